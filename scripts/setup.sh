@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# Installs every Debian package the launcher needs to build, test and run.
+# Idempotent: packages already present are skipped without touching apt.
+set -euo pipefail
+
+packages=(
+  g++ cmake ninja-build pkg-config
+  libicu-dev googletest libgtest-dev libgmock-dev
+  qt6-base-dev libgl-dev
+  curl procps bash
+  xvfb xauth x11-apps imagemagick
+  fonts-wqy-microhei
+  nodejs
+  zenity yad
+  desktop-file-utils
+)
+
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
+done
+
+if ((${#missing[@]})); then
+  sudo=""
+  [ "$(id -u)" -eq 0 ] || sudo="sudo"
+  export DEBIAN_FRONTEND=noninteractive
+  $sudo apt-get update -qq
+  $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi

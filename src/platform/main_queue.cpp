@@ -1,0 +1,48 @@
+#include "platform/main_queue.h"
+
+#include <utility>
+
+namespace kestravine {
+
+MainQueue::MainQueue(std::function<void()> wake) : wake_(std::move(wake)) {}
+
+void MainQueue::push(Task task) {
+  std::unique_lock lock(mutex_);
+  queued_.push_back(std::move(task));
+  wakeIfIdle(lock);
+}
+
+void MainQueue::pushAll(std::vector<Task> tasks) {
+  if (tasks.empty()) return;
+  std::unique_lock lock(mutex_);
+  for (auto& task : tasks) queued_.push_back(std::move(task));
+  wakeIfIdle(lock);
+}
+
+void MainQueue::wakeIfIdle(std::unique_lock<std::mutex>& lock) {
+  if (wakePending_) return;
+  wakePending_ = true;
+  lock.unlock();
+  wake_();
+}
+
+bool MainQueue::drain(std::chrono::steady_clock::duration budget) {
+  const auto deadline = std::chrono::steady_clock::now() + budget;
+  for (;;) {
+    if (running_.empty()) {
+      std::lock_guard lock(mutex_);
+      wakePending_ = false;
+      if (queued_.empty()) return false;
+      running_.swap(queued_);
+    }
+    // Checking the clock every task would cost more than most tasks; every 64 is plenty.
+    for (int i = 0; !running_.empty(); ++i) {
+      if (i % 64 == 63 && std::chrono::steady_clock::now() >= deadline) return true;
+      Task task = std::move(running_.front());
+      running_.pop_front();
+      task();
+    }
+  }
+}
+
+}  // namespace kestravine

@@ -1,0 +1,81 @@
+#include "platform/virtual_platform.h"
+
+#include <utility>
+
+namespace kestravine {
+
+VirtualPlatform::VirtualPlatform()
+    : queue_([this] {
+        std::lock_guard lock(wakeMutex_);
+        woken_ = true;
+        wakeCv_.notify_one();
+      }) {}
+
+void VirtualPlatform::post(Task task) {
+  queue_.push(std::move(task));
+}
+
+void VirtualPlatform::postAll(std::vector<Task> tasks) {
+  queue_.pushAll(std::move(tasks));
+}
+
+void VirtualPlatform::postAfter(Delay delay, Task task) {
+  timers_.emplace(now_ + delay, std::move(task));
+}
+
+void VirtualPlatform::runInBackgroundAfter(Delay delay, Task task) {
+  timers_.emplace(now_ + delay, std::move(task));
+}
+
+void VirtualPlatform::openUrl(const std::string& url) {
+  openedUrls_.push_back(url);
+}
+
+void VirtualPlatform::quit() {
+  if (quitCount_++ == 0) quitAt_ = now_;
+}
+
+void VirtualPlatform::drainAll() {
+  {
+    std::lock_guard lock(wakeMutex_);
+    woken_ = false;
+  }
+  while (queue_.drain(std::chrono::hours(1))) {
+  }
+}
+
+bool VirtualPlatform::runUntil(const std::function<bool()>& done,
+                               std::chrono::steady_clock::duration limit) {
+  const auto deadline = std::chrono::steady_clock::now() + limit;
+  for (;;) {
+    drainAll();
+    if (done()) return true;
+    std::unique_lock lock(wakeMutex_);
+    if (!wakeCv_.wait_until(lock, deadline, [this] { return woken_; })) return done();
+  }
+}
+
+Delay VirtualPlatform::nextTimerAt() const {
+  return timers_.empty() ? now_ : timers_.begin()->first;
+}
+
+void VirtualPlatform::advance(Delay delay) {
+  const Delay target = now_ + delay;
+  while (!timers_.empty() && timers_.begin()->first <= target) {
+    auto first = timers_.begin();
+    now_ = first->first;
+    Task task = std::move(first->second);
+    timers_.erase(first);
+    task();
+    drainAll();
+  }
+  now_ = target;
+}
+
+bool VirtualPlatform::advanceToNextTimer() {
+  if (timers_.empty()) return false;
+  advance(timers_.begin()->first - now_);
+  return true;
+}
+
+}  // namespace kestravine

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kestravine {
+
+// One external command: runs it with the product's search path and extra variables, delivers
+// its merged stdout and stderr as cleaned, non-empty lines and its exit status, and can stop it
+// together with every process it started.
+//
+// Threading: start(), cancel() and isRunning() are called on the main thread (isRunning() may
+// be called from any). onLine and onExit always run on the main queue, each call a task of its
+// own, never from inside start(). One output reader thread and one exit watcher thread per
+// command hold only the pipe, the callbacks and the shared process record, never the Child: a
+// Child destroyed while its command runs leaves the command, its output and its exit report
+// running. `lock_` guards only the two flags; no callback and no other lock runs under it.
+class Child {
+ public:
+  Child();
+  ~Child();
+  Child(const Child&) = delete;
+  Child& operator=(const Child&) = delete;
+
+  // Starts `program` (a path, used as given) with `args` (without the program name), in `cwd`
+  // or the launcher's own working directory. The environment is the launcher's, PATH set to
+  // <product home>/node/bin:<launcher PATH or /usr/bin:/bin:/usr/sbin:/sbin>, then `extraEnv`
+  // laid over it. stdin is inherited. Lines arrive in output order; the exit status (exit code,
+  // or the number of the ending signal) arrives once, in no fixed order with the lines, and
+  // lines keep coming for as long as any process holding the output keeps writing. A launch
+  // that fails gives exactly the line "起不来：" + program, then exit status 127.
+  // Precondition: called at most once per Child.
+  void start(const std::string& program, const std::vector<std::string>& args,
+             std::optional<std::string> cwd, std::map<std::string, std::string> extraEnv,
+             std::function<void(std::string)> onLine, std::function<void(std::int32_t)> onExit);
+
+  // Sends SIGTERM to every descendant of the command and then to the command, and 10 seconds
+  // later SIGKILL to whatever then descends from it, and to it. Does nothing to a command that
+  // never started or has ended; once the command's exit has been reaped, its number is never
+  // signalled again, so a recycled pid is safe. Suppresses no line and no exit report. Blocks
+  // while "/bin/ps" lists the processes.
+  void cancel();
+
+  // True from a successful launch on, also after the command has ended.
+  bool isRunning() const;
+
+  // Every process descending from `root` according to "/bin/ps", `root` excluded, each once.
+  // Any thread.
+  static std::vector<pid_t> descendants(pid_t root);
+
+  struct Process;
+
+ private:
+  std::shared_ptr<Process> proc_;
+  mutable std::mutex lock_;
+  bool killed_ = false;       // guarded by lock_; records a cancel, consulted by nobody
+  bool runningFlag_ = false;  // guarded by lock_
+};
+
+}  // namespace kestravine

@@ -1,0 +1,194 @@
+#include "process/child.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <condition_variable>
+#include <thread>
+
+#include "env/ctx.h"
+#include "env/environment.h"
+#include "env/plain.h"
+#include "platform/platform.h"
+#include "process/line_splitter.h"
+#include "process/process_listing.h"
+#include "process/spawn.h"
+
+namespace kestravine {
+
+namespace {
+
+constexpr auto kKillDelay = std::chrono::seconds(10);
+constexpr std::size_t kChunkSize = 64 * 1024;
+// Lines waiting on the main queue, in bytes (text plus a task's bookkeeping). Past this the
+// reader stops reading, so the pipe fills and a flooding command waits for the window, as it
+// would for a terminal: memory stays bounded and no line is dropped.
+constexpr std::size_t kMaxPendingBytes = 1 << 20;
+constexpr std::size_t kTaskOverhead = 96;
+
+// Carries lines from the reader to the main queue, with the back-pressure described above.
+class LineDelivery {
+ public:
+  explicit LineDelivery(std::function<void(std::string)> onLine) : onLine_(std::move(onLine)) {}
+
+  // Reader thread: queue one batch of lines, each a main-queue task of its own.
+  static void post(const std::shared_ptr<LineDelivery>& self, std::vector<std::string>& lines) {
+    if (lines.empty()) return;
+    std::size_t bytes = 0;
+    std::vector<Task> tasks;
+    tasks.reserve(lines.size());
+    for (auto& line : lines) {
+      bytes += line.size() + kTaskOverhead;
+      tasks.emplace_back(
+          [self, text = std::move(line)]() mutable { self->deliver(std::move(text)); });
+    }
+    lines.clear();
+    {
+      std::unique_lock lock(self->mutex_);
+      self->room_.wait(lock, [&] { return self->pending_ <= kMaxPendingBytes; });
+      self->pending_ += bytes;
+    }
+    platform().postAll(std::move(tasks));
+  }
+
+ private:
+  void deliver(std::string text) {
+    const std::size_t bytes = text.size() + kTaskOverhead;
+    onLine_(std::move(text));
+    std::lock_guard lock(mutex_);
+    pending_ -= bytes;
+    if (pending_ <= kMaxPendingBytes) room_.notify_one();
+  }
+
+  std::function<void(std::string)> onLine_;
+  std::mutex mutex_;
+  std::condition_variable room_;
+  std::size_t pending_ = 0;  // guarded by mutex_
+};
+
+void readOutput(int fd, std::shared_ptr<LineDelivery> delivery) {
+  LineSplitter splitter;
+  std::vector<std::string> lines;
+  const LineSplitter::LineSink collect = [&lines](std::string_view raw) {
+    std::string line = plain(raw);
+    if (!line.empty()) lines.push_back(std::move(line));
+  };
+  std::vector<char> buffer(kChunkSize);
+  for (;;) {
+    ssize_t n = ::read(fd, buffer.data(), buffer.size());
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) break;
+    splitter.feed(std::string_view(buffer.data(), static_cast<std::size_t>(n)), collect);
+    LineDelivery::post(delivery, lines);
+  }
+  splitter.finish(collect);
+  LineDelivery::post(delivery, lines);
+  close(fd);
+}
+
+std::vector<std::string> composeEnvironment(std::map<std::string, std::string> extraEnv) {
+  std::map<std::string, std::string> env = processEnvironment();
+  auto path = env.find("PATH");
+  env["PATH"] = Ctx::kestravineHome() + "/node/bin" + ":" +
+                (path != env.end() ? path->second : "/usr/bin:/bin:/usr/sbin:/sbin");
+  for (auto& [name, value] : extraEnv) env.insert_or_assign(name, std::move(value));
+  std::vector<std::string> entries;
+  entries.reserve(env.size());
+  for (const auto& [name, value] : env) entries.push_back(name + "=" + value);
+  return entries;
+}
+
+}  // namespace
+
+// What the exit watcher and the kill follow-up share with the Child: the pid, and whether it
+// has been reaped. `reapMutex` is held while the pid is signalled and while it is reaped, so a
+// signal can only reach the child itself or its unreaped zombie, never a recycled number.
+struct Child::Process {
+  pid_t pid = -1;
+  std::mutex reapMutex;
+  bool reaped = false;  // guarded by reapMutex
+
+  // Signals every current descendant (last listed first), then the process. False, and nothing
+  // sent, once the process has been reaped: its former descendants have new parents by then.
+  bool signalTree(int signal) {
+    std::lock_guard lock(reapMutex);
+    if (reaped) return false;
+    std::vector<pid_t> tree = Child::descendants(pid);
+    std::for_each(tree.rbegin(), tree.rend(), [signal](pid_t p) { ::kill(p, signal); });
+    ::kill(pid, signal);
+    return true;
+  }
+
+  static void watchExit(std::shared_ptr<Process> self, std::function<void(std::int32_t)> onExit) {
+    // Wait without reaping first, then reap under the lock, so the pid stays ours until then.
+    siginfo_t info{};
+    while (waitid(P_PID, static_cast<id_t>(self->pid), &info, WEXITED | WNOWAIT) < 0 &&
+           errno == EINTR) {
+    }
+    std::int32_t status = 0;
+    {
+      std::lock_guard lock(self->reapMutex);
+      status = waitForExit(self->pid);
+      self->reaped = true;
+    }
+    platform().post([onExit = std::move(onExit), status] { onExit(status); });
+  }
+};
+
+Child::Child() : proc_(std::make_shared<Process>()) {}
+
+Child::~Child() = default;
+
+void Child::start(const std::string& program, const std::vector<std::string>& args,
+                  std::optional<std::string> cwd, std::map<std::string, std::string> extraEnv,
+                  std::function<void(std::string)> onLine,
+                  std::function<void(std::int32_t)> onExit) {
+  int fds[2];
+  SpawnResult spawned{-1, errno};
+  if (pipe2(fds, O_CLOEXEC) == 0) {
+    spawned = spawnProcess(
+        {program, args, std::move(cwd), composeEnvironment(std::move(extraEnv)), fds[1]});
+    // Only the child (and what it starts) may hold the write end, so the reader sees the end
+    // of the output when they are done with it.
+    close(fds[1]);
+    if (spawned.pid < 0) close(fds[0]);
+  }
+  if (spawned.pid < 0) {
+    platform().post([onLine, line = "起不来：" + program] { onLine(line); });
+    platform().post([onExit = std::move(onExit)] { onExit(127); });
+    return;
+  }
+  proc_->pid = spawned.pid;
+  {
+    std::lock_guard lock(lock_);
+    runningFlag_ = true;
+  }
+  std::thread(readOutput, fds[0], std::make_shared<LineDelivery>(std::move(onLine))).detach();
+  std::thread(Process::watchExit, proc_, std::move(onExit)).detach();
+}
+
+void Child::cancel() {
+  {
+    std::lock_guard lock(lock_);
+    killed_ = true;
+    if (!runningFlag_) return;
+  }
+  if (!proc_->signalTree(SIGTERM)) return;  // already ended and reaped
+  platform().runInBackgroundAfter(std::chrono::duration_cast<Delay>(kKillDelay),
+                                  [proc = proc_] { proc->signalTree(SIGKILL); });
+}
+
+bool Child::isRunning() const {
+  std::lock_guard lock(lock_);
+  return runningFlag_;
+}
+
+std::vector<pid_t> Child::descendants(pid_t root) {
+  return process_listing::descendants(process_listing::parse(process_listing::read()), root);
+}
+
+}  // namespace kestravine

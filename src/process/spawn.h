@@ -1,0 +1,35 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kestravine {
+
+struct SpawnRequest {
+  std::string program;             // path of the executable, used as given
+  std::vector<std::string> args;   // without the program name
+  std::optional<std::string> cwd;  // none: the launcher's own working directory
+  // "NAME=value" entries replacing the inherited environment; none: inherit it.
+  std::optional<std::vector<std::string>> environment;
+  int outputFd = -1;  // becomes the child's stdout and stderr; -1 leaves both inherited
+};
+
+// Starts a process; stdin is inherited. Returns its pid, or the errno of a failed launch (no
+// process then exists). Every other descriptor of the launcher is close-on-exec, so the child
+// inherits only the three standard ones. Stateless; any thread.
+struct SpawnResult {
+  pid_t pid = -1;
+  int error = 0;
+};
+SpawnResult spawnProcess(const SpawnRequest& request);
+
+// Waits for `pid` to end and reaps it. Returns the exit code, or the signal number that ended
+// it. Retries on EINTR.
+int waitForExit(pid_t pid);
+// Decodes a wait status the way callers see it: exit code, or the number of the ending signal.
+int exitCodeFromStatus(int status);
+
+}  // namespace kestravine

@@ -1,0 +1,91 @@
+#include "process/spawn.h"
+
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+extern char** environ;
+
+namespace kestravine {
+
+namespace {
+
+std::vector<char*> pointers(const std::vector<std::string>& strings) {
+  std::vector<char*> result;
+  result.reserve(strings.size() + 1);
+  for (const auto& s : strings) result.push_back(const_cast<char*>(s.c_str()));
+  result.push_back(nullptr);
+  return result;
+}
+
+class Attributes {
+ public:
+  Attributes() {
+    posix_spawnattr_init(&attr_);
+    posix_spawn_file_actions_init(&actions_);
+  }
+  ~Attributes() {
+    posix_spawn_file_actions_destroy(&actions_);
+    posix_spawnattr_destroy(&attr_);
+  }
+  Attributes(const Attributes&) = delete;
+  Attributes& operator=(const Attributes&) = delete;
+  posix_spawnattr_t attr_;
+  posix_spawn_file_actions_t actions_;
+};
+
+}  // namespace
+
+SpawnResult spawnProcess(const SpawnRequest& request) {
+  Attributes a;
+  // The calling thread may block signals, and the launcher's toolkit may ignore some: the
+  // child must start with default dispositions and an empty mask, or SIGTERM would not end it.
+  sigset_t none;
+  sigset_t all;
+  sigemptyset(&none);
+  sigfillset(&all);
+  posix_spawnattr_setsigmask(&a.attr_, &none);
+  posix_spawnattr_setsigdefault(&a.attr_, &all);
+  posix_spawnattr_setflags(&a.attr_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+
+  if (request.outputFd >= 0) {
+    // dup2 clears close-on-exec on the copies only; the original stays closed in the child.
+    posix_spawn_file_actions_adddup2(&a.actions_, request.outputFd, STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&a.actions_, request.outputFd, STDERR_FILENO);
+  }
+  if (request.cwd) posix_spawn_file_actions_addchdir_np(&a.actions_, request.cwd->c_str());
+
+  std::vector<std::string> argvStrings;
+  argvStrings.reserve(request.args.size() + 1);
+  argvStrings.push_back(request.program);
+  argvStrings.insert(argvStrings.end(), request.args.begin(), request.args.end());
+  std::vector<char*> argv = pointers(argvStrings);
+  std::vector<char*> envp;
+  if (request.environment) envp = pointers(*request.environment);
+
+  SpawnResult result;
+  // glibc reports a failed exec (missing file, bad cwd) as posix_spawn's own result.
+  result.error = posix_spawn(&result.pid, request.program.c_str(), &a.actions_, &a.attr_,
+                             argv.data(), request.environment ? envp.data() : environ);
+  if (result.error != 0) result.pid = -1;
+  return result;
+}
+
+int exitCodeFromStatus(int status) {
+  if (WIFEXITED(status)) return WEXITSTATUS(status);
+  if (WIFSIGNALED(status)) return WTERMSIG(status);
+  return status;
+}
+
+int waitForExit(pid_t pid) {
+  int status = 0;
+  while (waitpid(pid, &status, 0) < 0) {
+    if (errno != EINTR) return 127;
+  }
+  return exitCodeFromStatus(status);
+}
+
+}  // namespace kestravine

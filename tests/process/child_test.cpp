@@ -1,0 +1,210 @@
+#include "process/child.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <set>
+#include <thread>
+
+#include "env/ctx.h"
+#include "support/child_run.h"
+#include "support/test_platform.h"
+
+namespace kestravine {
+namespace {
+
+using testing::ChildRun;
+using ::testing::ElementsAre;
+using testing::helper;
+using testing::isGone;
+using testing::platform;
+using Lines = std::vector<std::string>;
+
+struct OutputCase {
+  const char* name;
+  std::string bytes;  // escapes as the helper's "emit" reads them
+  int exitCode;
+  Lines expected;
+  friend void PrintTo(const OutputCase& c, std::ostream* os) { *os << c.name; }
+};
+
+class ChildOutput : public ::testing::TestWithParam<OutputCase> {};
+
+TEST_P(ChildOutput, DeliversCleanedNonEmptyLinesAndTheExitCode) {
+  const auto& c = GetParam();
+  ChildRun run(helper(), {"emit", c.bytes, std::to_string(c.exitCode)});
+  ASSERT_TRUE(run.waitFor(c.expected.size()));
+  EXPECT_EQ(run.got->lines, c.expected);
+  EXPECT_THAT(run.got->exits, ElementsAre(c.exitCode));
+  EXPECT_TRUE(run.child->isRunning());  // stays true after the end
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, ChildOutput,
+    ::testing::Values(OutputCase{"DropsEmptyAndBlankLines", "a\\n\\n   \\nb", 0, {"a", "b"}},
+                      OutputCase{"NoLineEndAtAll", "only line", 0, {"only line"}},
+                      OutputCase{"CrLfStaysInsideTheLine", "x\\r\\ny\\n", 0, {"x\r\ny"}},
+                      OutputCase{"SilentExitThree", "", 3, {}},
+                      OutputCase{"EscapesRemovedAndTrimmed", "  \\e[32mok\\e[0m  \\n", 1, {"ok"}},
+                      OutputCase{"InvalidUtf8Replaced", "\\xff\\xfeA\\n", 0, {"\ufffd\ufffdA"}},
+                      OutputCase{"NulBytesKept", "a\\0b\\n", 0, {std::string("a\0b", 3)}},
+                      OutputCase{"ChineseText", "\\xe5\\xae\\x89\\xe8\\xa3\\x85\\n", 0, {"安装"}}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(Child, SignalThatEndsTheCommandIsItsStatus) {
+  for (int signal : {15, 9}) {
+    ChildRun run(helper(), {"raise", std::to_string(signal)});
+    ASSERT_TRUE(run.waitFor());
+    EXPECT_THAT(run.got->exits, ElementsAre(signal));
+  }
+}
+
+TEST(Child, FailedLaunchGivesOneLineThenStatus127) {
+  const std::pair<std::string, std::optional<std::string>> table[] = {
+      {"/nonexistent/tool", std::nullopt},
+      {"/etc/hostname", std::nullopt},  // not executable
+      {helper(), "/nonexistent/dir"},
+  };
+  for (const auto& [program, cwd] : table) {
+    ChildRun run(program, {"pwd"}, cwd);
+    EXPECT_TRUE(run.got->events.empty());  // nothing from inside start()
+    ASSERT_TRUE(run.waitFor());
+    EXPECT_THAT(run.got->events, ElementsAre("line:起不来：" + program, "exit:127"));
+    EXPECT_FALSE(run.child->isRunning());
+  }
+}
+
+TEST(Child, OutputOfABackgroundProcessKeepsArrivingAfterTheExit) {
+  ChildRun run(helper(), {"background"});
+  ASSERT_TRUE(run.waitFor(4));
+  EXPECT_THAT(run.got->lines, ElementsAre("parent", "late 1", "late 2", "late 3"));
+  // The background process prints only once the command has ended.
+  EXPECT_EQ(run.got->events[1], "exit:0");
+}
+
+TEST(Child, ReleasedChildStillDeliversEverything) {
+  ChildRun run(helper(), {"emit", "one\\ntwo", "4"});
+  run.child.reset();
+  ASSERT_TRUE(run.waitFor(2));
+  EXPECT_THAT(run.got->lines, ElementsAre("one", "two"));
+  EXPECT_THAT(run.got->exits, ElementsAre(4));
+}
+
+TEST(Child, LongLineWithoutLineEndArrivesWhole) {
+  const std::size_t size = 50u * 1000 * 1000;
+  ChildRun run(helper(), {"long", std::to_string(size)});
+  ASSERT_TRUE(run.waitFor(1));
+  ASSERT_EQ(run.got->lines.size(), 1u);
+  EXPECT_EQ(run.got->lines[0].size(), size);
+}
+
+TEST(Child, FloodArrivesCompleteAndInOrder) {
+  constexpr int kLines = 200000;
+  ChildRun run(helper(), {"flood", std::to_string(kLines), "colour"});
+  ASSERT_TRUE(run.waitFor(kLines));
+  ASSERT_EQ(run.got->lines.size(), static_cast<size_t>(kLines));
+  for (int i = 0; i < kLines; i += 9973) {
+    EXPECT_EQ(run.got->lines[static_cast<size_t>(i)], "INFO step " + std::to_string(i) + " done");
+  }
+}
+
+// The environment: launcher environment, product PATH first, extra variables laid over it.
+TEST(Child, ComposesTheEnvironment) {
+  const std::string nodeBin = Ctx::kestravineHome() + "/node/bin";
+  auto valueOf = [](const std::string& name, std::map<std::string, std::string> extra = {}) {
+    ChildRun run(helper(), {"env", name}, std::nullopt, std::move(extra));
+    EXPECT_TRUE(run.waitFor(1));
+    return run.got->lines.empty() ? std::string() : run.got->lines[0];
+  };
+  const std::string launcherPath = std::getenv("PATH");
+  EXPECT_EQ(valueOf("PATH"), "[" + nodeBin + ":" + launcherPath + "]");
+  EXPECT_EQ(valueOf("PATH", {{"PATH", "/only"}}), "[/only]");
+  EXPECT_EQ(valueOf("HOME", {{"HOME", "/elsewhere"}}), "[/elsewhere]");
+  EXPECT_EQ(valueOf("EXTRA_ONE", {{"EXTRA_ONE", "1"}}), "[1]");
+
+  setenv("LATE_VARIABLE", "live", 1);  // read at start(), not from a snapshot
+  EXPECT_EQ(valueOf("LATE_VARIABLE"), "[live]");
+  unsetenv("LATE_VARIABLE");
+
+  setenv("PATH", "", 1);
+  EXPECT_EQ(valueOf("PATH"), "[" + nodeBin + ":]");
+  unsetenv("PATH");
+  EXPECT_EQ(valueOf("PATH"), "[" + nodeBin + ":/usr/bin:/bin:/usr/sbin:/sbin]");
+  setenv("PATH", launcherPath.c_str(), 1);
+}
+
+TEST(Child, WorkingDirectoryGivenOrInherited) {
+  char here[4096];
+  ASSERT_NE(getcwd(here, sizeof here), nullptr);
+  ChildRun inherited(helper(), {"pwd"});
+  ChildRun given(helper(), {"pwd"}, "/tmp");
+  ASSERT_TRUE(inherited.waitFor(1));
+  ASSERT_TRUE(given.waitFor(1));
+  EXPECT_THAT(inherited.got->lines, ElementsAre(here));
+  EXPECT_THAT(given.got->lines, ElementsAre("/tmp"));
+}
+
+// Collects the "pid N" lines a helper tree prints.
+std::vector<pid_t> pidsOf(const Lines& lines) {
+  std::vector<pid_t> pids;
+  for (const auto& line : lines) pids.push_back(std::atoi(line.c_str() + 4));
+  return pids;
+}
+
+bool allGone(const std::vector<pid_t>& pids) {
+  return std::all_of(pids.begin(), pids.end(), isGone);
+}
+
+// Killed processes vanish asynchronously; wait for that with a generous real-time limit.
+bool waitAllGone(const std::vector<pid_t>& pids) {
+  for (int i = 0; i < 2000 && !allGone(pids); ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return allGone(pids);
+}
+
+TEST(ChildCancel, StopsAThreeLevelTreeWithTrappersAfterTheFollowUp) {
+  // The command traps SIGTERM; below it a trapping child with a trapping and a normal child,
+  // and a normal child with a normal child.
+  ChildRun run(helper(), {"tree", "t", "tn/tn"});
+  ASSERT_TRUE(platform().runUntil([&] { return run.got->lines.size() == 5; }));
+  const std::vector<pid_t> pids = pidsOf(run.got->lines);
+  std::set<pid_t> below(pids.begin() + 1, pids.end());
+  auto listed = Child::descendants(pids[0]);
+  EXPECT_EQ(std::set<pid_t>(listed.begin(), listed.end()), below);
+
+  const std::size_t timersBefore = platform().pendingTimers();
+  run.child->cancel();
+  EXPECT_EQ(platform().pendingTimers(), timersBefore + 1);
+  EXPECT_EQ(platform().nextTimerAt() - platform().now(), std::chrono::seconds(10));
+  // The trappers survive SIGTERM; the follow-up's SIGKILL ends them.
+  EXPECT_FALSE(isGone(pids[0]));
+  platform().advance(std::chrono::seconds(10));
+  ASSERT_TRUE(run.waitFor());
+  EXPECT_THAT(run.got->exits, ElementsAre(9));
+  EXPECT_TRUE(waitAllGone(pids));
+}
+
+TEST(ChildCancel, PlainCommandEndsOnSigterm) {
+  ChildRun run(helper(), {"tree", "n", ""});
+  ASSERT_TRUE(platform().runUntil([&] { return !run.got->lines.empty(); }));
+  run.child->cancel();
+  ASSERT_TRUE(run.waitFor());
+  EXPECT_THAT(run.got->exits, ElementsAre(15));
+  platform().advance(std::chrono::seconds(10));  // the follow-up finds it reaped: no signal
+}
+
+TEST(ChildCancel, AfterTheEndOrBeforeTheStartSignalsNothing) {
+  ChildRun ended(helper(), {"emit", "", "0"});
+  ASSERT_TRUE(ended.waitFor());
+  Child neverStarted;
+  const std::size_t timersBefore = platform().pendingTimers();
+  ended.child->cancel();
+  neverStarted.cancel();
+  EXPECT_EQ(platform().pendingTimers(), timersBefore);
+}
+
+}  // namespace
+}  // namespace kestravine

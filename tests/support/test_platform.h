@@ -1,0 +1,10 @@
+#pragma once
+
+#include "platform/virtual_platform.h"
+
+namespace kestravine::testing {
+
+// The virtual platform installed for the whole test program; its thread is the test thread.
+VirtualPlatform& platform();
+
+}  // namespace kestravine::testing
