@@ -10,7 +10,6 @@ packages=(
   curl procps bash
   xvfb xauth x11-apps imagemagick
   fonts-wqy-microhei
-  nodejs
   zenity yad
   desktop-file-utils
 )
@@ -19,6 +18,11 @@ missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
 done
+
+# The demo product's services are started with "npm run" in a login shell; any node/npm pair on
+# the system path will do (Debian's, or one already installed from elsewhere).
+command -v node >/dev/null 2>&1 || missing+=(nodejs)
+command -v npm >/dev/null 2>&1 || missing+=(npm)
 
 if ((${#missing[@]})); then
   sudo=""

@@ -1,6 +1,7 @@
 // A small program the tests run as a real child process. Each subcommand does one thing a
 // command run by the launcher might do: print exact bytes, exit in a given way, start processes
 // that trap SIGTERM or outlive it, flood its output.
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -83,15 +84,14 @@ void printLine(const std::string& line) {
 }
 
 // Prints a line, starts a process that inherits the output, and exits 0. The background process
-// waits until this one has ended (its end-of-file on a private pipe), then prints three lines.
-int background() {
-  int fds[2];
-  if (pipe(fds) != 0) return 2;
+// prints three lines once somebody writes to the FIFO at `gate` (the test does, after it has seen
+// this command's exit report).
+int background(const std::string& gate) {
   printLine("parent");
   if (fork() == 0) {
-    close(fds[1]);
+    int fd = open(gate.c_str(), O_RDONLY);
     char c;
-    while (read(fds[0], &c, 1) > 0) {
+    while (fd >= 0 && read(fd, &c, 1) > 0) {
     }
     for (int i = 1; i <= 3; ++i) printLine("late " + std::to_string(i));
     std::_Exit(0);
@@ -144,7 +144,7 @@ int main(int argc, char** argv) {
   if (command == "tree") {  // tree <t|n> <spec>
     tree(arg(2) == "t", arg(3));
   }
-  if (command == "background") return background();
+  if (command == "background") return background(arg(2));
   if (command == "long") {  // long <bytes>: one line of that many 'x' and no line end
     std::string chunk(1 << 16, 'x');
     for (long left = std::atol(argv[2]); left > 0; left -= static_cast<long>(chunk.size())) {

@@ -1,10 +1,13 @@
 #include "process/child.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <set>
 #include <thread>
 
@@ -20,6 +23,7 @@ using ::testing::ElementsAre;
 using testing::helper;
 using testing::isGone;
 using testing::platform;
+using ::testing::UnorderedElementsAre;
 using Lines = std::vector<std::string>;
 
 struct OutputCase {
@@ -77,11 +81,21 @@ TEST(Child, FailedLaunchGivesOneLineThenStatus127) {
 }
 
 TEST(Child, OutputOfABackgroundProcessKeepsArrivingAfterTheExit) {
-  ChildRun run(helper(), {"background"});
+  std::filesystem::create_directories(TEST_SCRATCH);
+  const std::string gate = std::string(TEST_SCRATCH) + "/gate";
+  unlink(gate.c_str());
+  ASSERT_EQ(mkfifo(gate.c_str(), 0600), 0);
+  ChildRun run(helper(), {"background", gate});
+  ASSERT_TRUE(run.waitFor(1));
+  EXPECT_THAT(run.got->events, UnorderedElementsAre("line:parent", "exit:0"));
+  // Only now does the background process write; its lines still arrive.
+  int fd = open(gate.c_str(), O_WRONLY);
+  ASSERT_GE(fd, 0);
+  close(fd);
   ASSERT_TRUE(run.waitFor(4));
-  EXPECT_THAT(run.got->lines, ElementsAre("parent", "late 1", "late 2", "late 3"));
-  // The background process prints only once the command has ended.
-  EXPECT_EQ(run.got->events[1], "exit:0");
+  ASSERT_EQ(run.got->events.size(), 5u);
+  EXPECT_THAT(std::vector(run.got->events.begin() + 2, run.got->events.end()),
+              ElementsAre("line:late 1", "line:late 2", "line:late 3"));
 }
 
 TEST(Child, ReleasedChildStillDeliversEverything) {
