@@ -1,5 +1,6 @@
 #include "platform/virtual_platform.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace kestravine {
@@ -20,19 +21,26 @@ void VirtualPlatform::postAll(std::vector<Task> tasks) {
 }
 
 void VirtualPlatform::postAfter(Delay delay, Task task) {
-  timers_.emplace(now_ + delay, std::move(task));
+  timers_.emplace(now_ + delay, Timer{std::move(task), false});
 }
 
 void VirtualPlatform::runInBackgroundAfter(Delay delay, Task task) {
-  timers_.emplace(now_ + delay, std::move(task));
+  timers_.emplace(now_ + delay, Timer{std::move(task), true});
+}
+
+std::size_t VirtualPlatform::pendingMainTimers() const {
+  return static_cast<std::size_t>(std::count_if(
+      timers_.begin(), timers_.end(), [](const auto& timer) { return !timer.second.background; }));
 }
 
 void VirtualPlatform::openUrl(const std::string& url) {
   openedUrls_.push_back(url);
+  openedAt_ = now_;
 }
 
 void VirtualPlatform::quit() {
-  if (quitCount_++ == 0) quitAt_ = now_;
+  ++quitCount_;
+  quitAt_ = now_;
 }
 
 void VirtualPlatform::drainAll() {
@@ -64,7 +72,7 @@ void VirtualPlatform::advance(Delay delay) {
   while (!timers_.empty() && timers_.begin()->first <= target) {
     auto first = timers_.begin();
     now_ = first->first;
-    Task task = std::move(first->second);
+    Task task = std::move(first->second.task);
     timers_.erase(first);
     task();
     drainAll();

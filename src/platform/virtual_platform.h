@@ -43,11 +43,15 @@ class VirtualPlatform final : public Platform {
 
   Delay now() const { return now_; }
   std::size_t pendingTimers() const { return timers_.size(); }
+  // Pending delayed tasks for the main queue (postAfter), leaving background ones aside.
+  std::size_t pendingMainTimers() const;
   // Deadline of the earliest pending delayed task.
   Delay nextTimerAt() const;
   const std::vector<std::string>& openedUrls() const { return openedUrls_; }
+  // When openUrl() was last called, on the virtual clock.
+  Delay openedAt() const { return openedAt_; }
   int quitCount() const { return quitCount_; }
-  // When quit() was called, on the virtual clock (only meaningful when quitCount() > 0).
+  // When quit() was last called, on the virtual clock.
   Delay quitAt() const { return quitAt_; }
 
  private:
@@ -59,8 +63,13 @@ class VirtualPlatform final : public Platform {
   bool woken_ = false;  // guarded by wakeMutex_
 
   Delay now_{0};
-  std::multimap<Delay, Task> timers_;  // equal deadlines keep their order of scheduling
+  struct Timer {
+    Task task;
+    bool background;
+  };
+  std::multimap<Delay, Timer> timers_;  // equal deadlines keep their order of scheduling
   std::vector<std::string> openedUrls_;
+  Delay openedAt_{0};
   int quitCount_ = 0;
   Delay quitAt_{0};
 };

@@ -1,0 +1,236 @@
+#include "model/model.h"
+
+#include <sys/stat.h>
+#include <unicode/normalizer2.h>
+#include <unicode/unistr.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include "env/ctx.h"
+#include "platform/platform.h"
+#include "process/child.h"
+
+namespace kestravine {
+
+namespace {
+
+constexpr const char* kHeadlineInstalled = "Varnholt已经在这台 Mac 上了";
+constexpr const char* kStatusInstalled = "正在打开Varnholt。";
+constexpr const char* kHeadlineNotInstalled = "Kestravine会装在这台 Mac 上";
+constexpr const char* kMissingFiles = "这个 dmg 里少了安装文件。重新下载一份吧。";
+constexpr const char* kStatusInstalling = "在装，第一次要几分钟。";
+constexpr const char* kInstallFailedBefore = "没能装完（退出码 ";
+constexpr const char* kInstallFailedAfter =
+    "）。多半是网络，或者这台 Mac 上已经有一份在跑。再试一次；不行就把下面的详情发给我。";
+constexpr const char* kStatusOpened = "打开了。";
+constexpr const char* kServicesFailedBefore = "服务没能起来。日志在 ";
+constexpr const char* kServicesFailedAfter = "/app/.zorvel/logs/monitor.log。";
+constexpr const char* kCancelled = "停下了。什么都没改坏，再点一次可以重来。";
+
+constexpr const char* kBash = "/bin/bash";
+constexpr const char* kCurl = "/usr/bin/curl";
+constexpr std::int64_t kBasePort = 5199;
+constexpr std::int64_t kLastAttempt = 44;
+constexpr Delay kProbePause{2000};
+constexpr Delay kQuitDelay{800};
+
+const std::vector<std::string>& serviceStartArgs() {
+  static const std::vector<std::string> args{"-lc", "npm run -s zorvel:up"};
+  return args;
+}
+
+// Anything at the path, following a final symbolic link; unexaminable counts as absent.
+bool fileExists(const std::string& path) {
+  struct stat st {};
+  return ::stat(path.c_str(), &st) == 0;
+}
+
+std::string applicationAddress() {
+  return "http://127.0.0.1:" + std::to_string(kBasePort + Ctx::portOffset()) + "/home/";
+}
+
+// Names compare as Unicode text: by code point after canonical normalisation. UTF-8 byte order
+// is code point order, so the normalised UTF-8 strings compare directly.
+std::string normalised(const std::string& name) {
+  UErrorCode status = U_ZERO_ERROR;
+  const icu::Normalizer2* nfc = icu::Normalizer2::getNFCInstance(status);
+  if (U_FAILURE(status)) return name;
+  icu::UnicodeString text = nfc->normalize(icu::UnicodeString::fromUTF8(name), status);
+  std::string out;
+  return U_SUCCESS(status) ? text.toUTF8String(out) : name;
+}
+
+// The tarball that sorts first among the directory's entries; empty if there is none or the
+// directory cannot be read.
+std::string firstTarball(const std::string& dir) {
+  std::error_code error;
+  std::filesystem::directory_iterator it(dir, error);
+  std::string best;
+  std::string bestKey;
+  for (; !error && it != std::filesystem::directory_iterator(); it.increment(error)) {
+    std::string name = it->path().filename().string();
+    std::string key = normalised(name);
+    if (!key.starts_with("kestravine-") || !key.ends_with(".tar.gz")) continue;
+    if (best.empty() || key < bestKey) {
+      best = std::move(name);
+      bestKey = std::move(key);
+    }
+  }
+  return best;
+}
+
+}  // namespace
+
+std::shared_ptr<Model> Model::create() {
+  return std::make_shared<Model>(Token{});
+}
+
+Model::Model(Token) {}
+
+Model::~Model() = default;
+
+int Model::addListener(Listener listener) {
+  listeners_.emplace_back(nextListenerId_, std::move(listener));
+  return nextListenerId_++;
+}
+
+void Model::removeListener(int id) {
+  std::erase_if(listeners_, [id](const auto& entry) { return entry.first == id; });
+}
+
+void Model::notify(Field field) {
+  for (const auto& [id, listener] : listeners_) listener(field);
+}
+
+void Model::append(std::string line) {
+  lines_.push_back(line);
+  // At most one entry over the limit after a single append: O(1) from the front of the deque.
+  while (lines_.size() > kMaxLines) lines_.pop_front();
+  notify(Field::lines);
+  assign(Field::status, status_, std::move(line));
+}
+
+void Model::fail(std::string text) {
+  assign(Field::failure, failure_, std::move(text));
+  assign(Field::phase, phase_, Phase::failed);
+  assign(Field::canCancel, canCancel_, false);
+}
+
+std::function<void(std::string)> Model::appender() {
+  return [weak = weak_from_this()](std::string line) {
+    if (auto self = weak.lock()) self->append(std::move(line));
+  };
+}
+
+void Model::startRun(const std::vector<std::string>& args, std::optional<std::string> cwd,
+                     std::map<std::string, std::string> extraEnv,
+                     std::function<void(Model&, std::int32_t)> onExit) {
+  // Replacing the child releases the previous one without stopping it.
+  child_ = std::make_shared<Child>();
+  auto onRunExit = [weak = weak_from_this(), run = std::weak_ptr<Child>(child_),
+                    onExit = std::move(onExit)](std::int32_t status) {
+    auto self = weak.lock();
+    // A run that was cancelled (or replaced) no longer owns the model's child slot.
+    if (!self || run.expired() || run.lock() != self->child_) return;
+    self->child_.reset();
+    self->assign(Field::canCancel, self->canCancel_, false);
+    onExit(*self, status);
+  };
+  child_->start(kBash, args, std::move(cwd), std::move(extraEnv), appender(), onRunExit);
+}
+
+void Model::check() {
+  if (!fileExists(Ctx::kestravineHome() + "/app")) {
+    assign(Field::headline, headline_, std::string(kHeadlineNotInstalled));
+    assign(Field::phase, phase_, Phase::ready);
+    return;
+  }
+  assign(Field::headline, headline_, std::string(kHeadlineInstalled));
+  assign(Field::phase, phase_, Phase::working);
+  assign(Field::status, status_, std::string(kStatusInstalled));
+  assign(Field::canCancel, canCancel_, true);
+  startServices();
+}
+
+void Model::startServices() {
+  // The exit status is not looked at: whether the services came up is the probe's to decide.
+  startRun(serviceStartArgs(), Ctx::kestravineHome() + "/app",
+           {{"ZORVEL_PORT_OFFSET", std::to_string(Ctx::portOffset())}},
+           [](Model& self, std::int32_t) { self.openWhenReady(0); });
+}
+
+void Model::install() {
+  const std::string dir = Ctx::resourceDir();
+  const std::string tarball = firstTarball(dir);
+  const std::string script = dir + "/install.sh";
+  if (tarball.empty() || !fileExists(script)) {
+    assign(Field::failure, failure_, std::string(kMissingFiles));
+    assign(Field::phase, phase_, Phase::failed);
+    return;
+  }
+  assign(Field::phase, phase_, Phase::working);
+  assign(Field::canCancel, canCancel_, true);
+  assign(Field::status, status_, std::string(kStatusInstalling));
+  assign(Field::lines, lines_, {});
+
+  std::map<std::string, std::string> extraEnv{
+      {"KESTRAVINE_NO_OPEN", "1"}, {"ZORVEL_PORT_OFFSET", std::to_string(Ctx::portOffset())}};
+  for (const char* name : {"KESTRAVINE_HOME", "KESTRAVINE_SKIP_ATTEST"}) {
+    if (auto it = Ctx::env().find(name); it != Ctx::env().end()) extraEnv.emplace(name, it->second);
+  }
+  startRun({script, "--from", dir + "/" + tarball}, std::nullopt, std::move(extraEnv),
+           [](Model& self, std::int32_t status) {
+             if (status == 0) {
+               self.openWhenReady(0);
+             } else {
+               self.fail(kInstallFailedBefore + std::to_string(status) + kInstallFailedAfter);
+             }
+           });
+}
+
+void Model::openWhenReady(std::int64_t attempt) {
+  if (attempt > kLastAttempt) {
+    fail(kServicesFailedBefore + Ctx::kestravineHome() + kServicesFailedAfter);
+    return;
+  }
+  // The probe's Child is a temporary: it keeps running and reports its exit once dropped.
+  Child probe;
+  probe.start(
+      kCurl, {"-fsS", "-o", "/dev/null", "--max-time", "3", applicationAddress()}, std::nullopt, {},
+      [](std::string) {},
+      [weak = weak_from_this(), attempt](std::int32_t status) {
+        auto self = weak.lock();
+        if (!self) return;
+        if (status != 0) {
+          platform().postAfter(kProbePause, [self, attempt] { self->openWhenReady(attempt + 1); });
+          return;
+        }
+        self->assign(Field::status, self->status_, std::string(kStatusOpened));
+        self->assign(Field::canCancel, self->canCancel_, false);
+        self->openAndQuit();
+      });
+}
+
+void Model::openAndQuit() {
+  auto noOpen = Ctx::env().find("KESTRAVINE_NO_OPEN");
+  if (noOpen == Ctx::env().end() || noOpen->second != "1") platform().openUrl(applicationAddress());
+  platform().postAfter(kQuitDelay, [] { platform().quit(); });
+}
+
+void Model::cancel() {
+  if (child_) child_->cancel();
+  child_.reset();
+  assign(Field::canCancel, canCancel_, false);
+  assign(Field::failure, failure_, std::string(kCancelled));
+  assign(Field::phase, phase_, Phase::failed);
+}
+
+void Model::retry() {
+  assign(Field::failure, failure_, std::string());
+  assign(Field::lines, lines_, {});
+  assign(Field::phase, phase_, Phase::ready);
+  assign(Field::headline, headline_, std::string(kHeadlineNotInstalled));
+}
+
+}  // namespace kestravine

@@ -1,0 +1,99 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kestravine {
+
+class Child;
+
+// The launcher's observable state and the install flow that drives it: the pre-flight check and
+// service start, the install run, the readiness probe with open-and-quit, cancel and retry.
+//
+// Threading: main thread only, no lock. Every operation is called there, every child callback
+// and timer it schedules runs there, and listeners are notified there. Callbacks and timers
+// hold the model weakly (a retry of the probe holds it until it has run), so a model that is
+// gone ends its flow silently.
+class Model : public std::enable_shared_from_this<Model> {
+  struct Token {
+    explicit Token() = default;
+  };
+
+ public:
+  enum class Phase { checking, ready, working, failed };
+  enum class Field { phase, headline, status, lines, failure, canCancel };
+  // Called after every assignment of a published field, also when the value did not change.
+  // Cheap by design: it names the field and copies nothing.
+  using Listener = std::function<void(Field)>;
+
+  static constexpr std::size_t kMaxLines = 400;
+
+  // Models are always shared: the flow's callbacks need weak references to them.
+  static std::shared_ptr<Model> create();
+  explicit Model(Token);
+  ~Model();
+  Model(const Model&) = delete;
+  Model& operator=(const Model&) = delete;
+
+  Phase phase() const { return phase_; }
+  const std::string& headline() const { return headline_; }
+  const std::string& status() const { return status_; }
+  // The last output lines, oldest first, never more than kMaxLines.
+  const std::deque<std::string>& lines() const { return lines_; }
+  const std::string& failure() const { return failure_; }
+  bool canCancel() const { return canCancel_; }
+
+  // Returns an id for removeListener().
+  int addListener(Listener listener);
+  void removeListener(int id);
+
+  // Decides from the product home whether the product is installed: if so, starts its services
+  // and then the readiness probe; if not, offers the install.
+  void check();
+  // Runs the bundled install script on the bundled tarball, then the readiness probe.
+  void install();
+  // Stops the running service start or install with its whole process tree.
+  void cancel();
+  // Back from a failure to the install offer.
+  void retry();
+
+ private:
+  void append(std::string line);
+  void fail(std::string text);
+  void startServices();
+  void openWhenReady(std::int64_t attempt);
+  void openAndQuit();
+
+  // Starts `child_` anew for a service start or an install; the exit handler runs only for
+  // the run it belongs to, so a cancelled run's late exit changes nothing.
+  void startRun(const std::vector<std::string>& args, std::optional<std::string> cwd,
+                std::map<std::string, std::string> extraEnv,
+                std::function<void(Model&, std::int32_t)> onExit);
+  std::function<void(std::string)> appender();
+
+  template <typename T>
+  void assign(Field field, T& member, T value) {
+    member = std::move(value);
+    notify(field);
+  }
+  void notify(Field field);
+
+  Phase phase_ = Phase::checking;
+  std::string headline_;
+  std::string status_;
+  std::deque<std::string> lines_;
+  std::string failure_;
+  bool canCancel_ = false;
+  std::shared_ptr<Child> child_;
+
+  std::vector<std::pair<int, Listener>> listeners_;
+  int nextListenerId_ = 0;
+};
+
+}  // namespace kestravine

@@ -1,0 +1,78 @@
+// Each suite here runs in a process of its own with the environment its CTest entry sets (see
+// CMakeLists.txt): the environment snapshot is taken once per process.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "env/ctx.h"
+#include "support/http_server.h"
+#include "support/model_fixture.h"
+
+namespace kestravine {
+namespace {
+
+using ::testing::Contains;
+using testing::ModelTest;
+using ::testing::Not;
+using testing::server;
+
+// KESTRAVINE_HOME empty, ZORVEL_PORT_OFFSET "abc", KESTRAVINE_SKIP_ATTEST set.
+using ModelEnvOddValues = ModelTest;
+
+TEST_F(ModelEnvOddValues, ScriptGetsValuesAsSetAndOffsetZero) {
+  EXPECT_EQ(home(), std::string(std::getenv("HOME")) + "/.kestravine");
+  EXPECT_EQ(Ctx::portOffset(), 0);
+  writeFile(resources() + "/kestravine-2.0.1.tar.gz", "");
+  writeInstallScript("exit 5");
+  model->install();
+  ASSERT_TRUE(runToEnd());
+  const auto env = readLines(record() + "/env");
+  EXPECT_THAT(env, Contains("KESTRAVINE_HOME="));
+  EXPECT_THAT(env, Contains("ZORVEL_PORT_OFFSET=0"));
+  EXPECT_THAT(env, Contains("KESTRAVINE_SKIP_ATTEST=yes please"));
+}
+
+TEST_F(ModelEnvOddValues, ServicesGetOffsetZero) {
+  installProduct("echo \"$ZORVEL_PORT_OFFSET\" > '" + record() + "/offset'");
+  model->check();
+  ASSERT_TRUE(runUntil([&] { return !model->canCancel(); }));
+  EXPECT_EQ(readFile(record() + "/offset"), "0\n");
+}
+
+// KESTRAVINE_HOME holds blanks, quotes and a command substitution.
+using ModelEnvQuotedHome = ModelTest;
+
+TEST_F(ModelEnvQuotedHome, NoShellEverInterpretsTheHome) {
+  ASSERT_NE(home().find("$(touch"), std::string::npos);
+  installProduct("pwd > '" + record() + "/pwd'");
+  server().serve([](int) { return 200; });
+  model->check();
+  ASSERT_TRUE(runToEnd());
+  EXPECT_EQ(readFile(record() + "/pwd"), home() + "/app\n");
+  EXPECT_EQ(model->status(), "打开了。");
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(TEST_SCRATCH)) {
+    EXPECT_NE(entry.path().filename(), "pwned");
+  }
+}
+
+// KESTRAVINE_NO_OPEN=1.
+using ModelEnvNoOpen = ModelTest;
+
+TEST_F(ModelEnvNoOpen, QuitsWithoutOpeningTheBrowser) {
+  writeFile(resources() + "/kestravine-2.0.1.tar.gz", "");
+  writeInstallScript("exit 0");
+  server().serve([](int) { return 200; });
+  Delay openedAt{-1};
+  model->addListener([&](Model::Field field) {
+    if (field == Model::Field::status && model->status() == "打开了。") openedAt = clock().now();
+  });
+  model->install();
+  ASSERT_TRUE(runToEnd());
+  EXPECT_TRUE(clock().openedUrls().empty());
+  EXPECT_EQ(quits(), 1);
+  EXPECT_EQ(clock().quitAt() - openedAt, std::chrono::milliseconds(800));
+}
+
+}  // namespace
+}  // namespace kestravine
