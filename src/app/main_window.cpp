@@ -1,0 +1,37 @@
+#include "app/main_window.h"
+
+#include <QGuiApplication>
+#include <QScreen>
+#include <QVBoxLayout>
+
+#include "app/window_placement.h"
+#include "ui/content_view.h"
+
+namespace kestravine {
+
+MainWindow::MainWindow()
+    : QWidget(nullptr, Qt::Window | Qt::WindowTitleHint | Qt::WindowCloseButtonHint |
+                           Qt::CustomizeWindowHint),
+      content_(new ContentView(this)) {
+  setWindowTitle(QStringLiteral("Kestravine"));
+  auto* layout = new QVBoxLayout(this);
+  layout->setContentsMargins(0, 0, 0, 0);
+  layout->addWidget(content_);
+  setFixedSize(content_->size());
+}
+
+void MainWindow::present() {
+  const auto screens = QGuiApplication::screens();
+  QScreen* screen = window_placement::chooseScreen({screens.begin(), screens.end()},
+                                                   QGuiApplication::primaryScreen());
+  if (screen != nullptr) {
+    // Positions the content area; the window manager puts the title bar above it.
+    setGeometry(
+        QRect(window_placement::contentOrigin(screen->availableGeometry(), size()), size()));
+  }
+  show();
+  raise();
+  activateWindow();
+}
+
+}  // namespace kestravine

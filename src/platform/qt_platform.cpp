@@ -1,0 +1,71 @@
+#include "platform/qt_platform.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <QCoreApplication>
+#include <QDesktopServices>
+#include <QThreadPool>
+#include <QTimer>
+#include <QUrl>
+
+namespace kestravine {
+
+namespace {
+
+// Long enough to run thousands of small tasks, short enough that input and painting between two
+// drains keep the window responsive while a command floods its output.
+constexpr auto kDrainBudget = std::chrono::milliseconds(8);
+
+}  // namespace
+
+QtPlatform::QtPlatform()
+    : queue_([this] {
+        const char byte = 1;
+        // A full pipe already guarantees a wake-up, so a failed write loses nothing.
+        (void)!::write(wakeFds_[1], &byte, 1);
+      }) {
+  if (pipe2(wakeFds_, O_CLOEXEC | O_NONBLOCK) != 0) qFatal("kestravine: no wake-up pipe");
+  notifier_ = new QSocketNotifier(wakeFds_[0], QSocketNotifier::Read, this);
+  connect(notifier_, &QSocketNotifier::activated, this, [this] {
+    char bytes[256];
+    while (::read(wakeFds_[0], bytes, sizeof bytes) > 0) {
+    }
+    drain();
+  });
+}
+
+void QtPlatform::drain() {
+  if (queue_.drain(kDrainBudget)) {
+    // Out of budget: let Qt handle input and painting first, then go on.
+    QTimer::singleShot(0, this, [this] { drain(); });
+  }
+}
+
+void QtPlatform::post(Task task) {
+  queue_.push(std::move(task));
+}
+
+void QtPlatform::postAll(std::vector<Task> tasks) {
+  queue_.pushAll(std::move(tasks));
+}
+
+void QtPlatform::postAfter(Delay delay, Task task) {
+  QTimer::singleShot(delay, Qt::PreciseTimer, this, std::move(task));
+}
+
+void QtPlatform::runInBackgroundAfter(Delay delay, Task task) {
+  QTimer::singleShot(delay, Qt::PreciseTimer, this,
+                     [task = std::move(task)] { QThreadPool::globalInstance()->start(task); });
+}
+
+void QtPlatform::openUrl(const std::string& url) {
+  QUrl parsed(QString::fromStdString(url), QUrl::StrictMode);
+  if (parsed.isValid()) QDesktopServices::openUrl(parsed);
+}
+
+void QtPlatform::quit() {
+  QCoreApplication::quit();
+}
+
+}  // namespace kestravine

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <QObject>
+#include <QSocketNotifier>
+
+#include "platform/main_queue.h"
+#include "platform/platform.h"
+
+namespace kestravine {
+
+// The platform of the Qt application: the main queue is drained on the GUI thread, delays are
+// Qt timers, URLs open in the desktop's browser, quitting ends the Qt event loop.
+//
+// Threading: construct on the GUI thread after QApplication. post()/postAll() from any thread:
+// they only append to the queue and, once per batch, write a byte to a pipe that a socket
+// notifier watches on the GUI thread, so no other thread ever touches a Qt object. Everything
+// else on the GUI thread. Meant to live until the process ends (never destroyed), so that
+// threads still running at exit can post harmlessly.
+class QtPlatform final : public QObject, public Platform {
+ public:
+  QtPlatform();
+
+  void post(Task task) override;
+  void postAll(std::vector<Task> tasks) override;
+  void postAfter(Delay delay, Task task) override;
+  void runInBackgroundAfter(Delay delay, Task task) override;
+  void openUrl(const std::string& url) override;
+  void quit() override;
+
+ private:
+  void drain();
+
+  int wakeFds_[2] = {-1, -1};
+  MainQueue queue_;
+  QSocketNotifier* notifier_ = nullptr;
+};
+
+}  // namespace kestravine

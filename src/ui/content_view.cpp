@@ -1,0 +1,263 @@
+#include "ui/content_view.h"
+
+#include <sys/stat.h>
+
+#include <QCoreApplication>
+#include <QHBoxLayout>
+#include <QPushButton>
+#include <QShortcut>
+#include <QTextLayout>
+#include <QToolButton>
+#include <QVBoxLayout>
+
+#include "env/ctx.h"
+#include "platform/platform.h"
+#include "ui/log_view.h"
+#include "ui/style.h"
+
+namespace kestravine {
+
+namespace {
+
+constexpr int kWidth = 440;
+constexpr int kHeight = 320;
+constexpr int kMargin = 20;
+constexpr int kGap = 12;
+constexpr int kWorkingLogHeight = 150;
+constexpr int kDetailsLogHeight = 130;
+constexpr int kFrameMilliseconds = 16;
+constexpr Delay kAutostartDelay{300};
+// Status text past this many bytes can never show within two lines; converting and measuring it
+// all (a command may print a line of many megabytes) would only stall the window.
+constexpr std::size_t kStatusBytes = 4096;
+
+QString text(const char* key) {
+  return QCoreApplication::translate("ContentView", key);
+}
+
+QLabel* label(const QString& content, const QFont& font, const QColor& colour, bool wrap) {
+  auto* l = new QLabel(content);
+  l->setTextFormat(Qt::PlainText);
+  l->setFont(font);
+  QPalette palette = l->palette();
+  palette.setColor(QPalette::WindowText, colour);
+  l->setPalette(palette);
+  l->setWordWrap(wrap);
+  l->setAlignment(Qt::AlignLeft | Qt::AlignTop);
+  return l;
+}
+
+// A row holding one button, at the leading or the trailing edge.
+QWidget* buttonRow(QPushButton* button, bool leading) {
+  auto* row = new QWidget;
+  auto* layout = new QHBoxLayout(row);
+  layout->setContentsMargins(0, 0, 0, 0);
+  if (!leading) layout->addStretch(1);
+  layout->addWidget(button, 0, Qt::AlignVCenter);
+  if (leading) layout->addStretch(1);
+  return row;
+}
+
+bool exists(const std::string& path) {
+  struct stat st {};
+  return ::stat(path.c_str(), &st) == 0;
+}
+
+}  // namespace
+
+ContentView::ContentView(QWidget* parent)
+    : QWidget(parent), model_(Model::create()), title_(nullptr) {
+  setFixedSize(kWidth, kHeight);
+  auto* layout = new QVBoxLayout(this);
+  layout->setContentsMargins(kMargin, kMargin, kMargin, kMargin);
+  layout->setSpacing(kGap);
+  // Anchored at the top: the space left over goes below the content.
+  layout->addStretch(1);
+  title_ = label({}, style::systemFont(19, QFont::Medium), style::primary(palette()), true);
+  layout->insertWidget(0, title_);
+
+  renderTimer_.setSingleShot(true);
+  connect(&renderTimer_, &QTimer::timeout, this, [this] { render(); });
+  sinceRender_.start();
+  listenerId_ = model_->addListener([this](Model::Field) { scheduleRender(); });
+  render();
+}
+
+ContentView::~ContentView() {
+  model_->removeListener(listenerId_);
+}
+
+QString ContentView::titleFor(const std::string& headline) {
+  return headline.empty() ? QStringLiteral("Kestravine") : QString::fromStdString(headline);
+}
+
+QString ContentView::elided(const QString& content, const QFont& font, int width, int lines) {
+  QTextLayout layout(content, font);
+  QTextOption option;
+  option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
+  layout.setTextOption(option);
+  layout.beginLayout();
+  QStringList shown;
+  for (QTextLine line = layout.createLine(); line.isValid(); line = layout.createLine()) {
+    line.setLineWidth(width);
+    if (shown.size() + 1 == lines) {
+      // The last line allowed takes the rest of the text, cut with an ellipsis if too long.
+      shown << QFontMetrics(font).elidedText(content.mid(line.textStart()), Qt::ElideRight, width);
+      break;
+    }
+    shown << content.mid(line.textStart(), line.textLength()).trimmed();
+  }
+  layout.endLayout();
+  return shown.join('\n');
+}
+
+void ContentView::scheduleRender() {
+  if (renderTimer_.isActive()) return;
+  const auto wait = std::max<qint64>(0, kFrameMilliseconds - sinceRender_.elapsed());
+  renderTimer_.start(static_cast<int>(wait));
+}
+
+void ContentView::render() {
+  sinceRender_.restart();
+  title_->setText(titleFor(model_->headline()));
+  if (arrangement_ == nullptr || built_ != model_->phase()) build(model_->phase());
+  if (status_) {
+    const std::string& status = model_->status();
+    const QString shown = QString::fromUtf8(
+        status.data(), static_cast<qsizetype>(std::min(status.size(), kStatusBytes)));
+    status_->setText(elided(shown, status_->font(), kWidth - 2 * kMargin, 2));
+  }
+  if (failure_) failure_->setText(QString::fromStdString(model_->failure()));
+  if (log_) log_->setLines(model_->lines());
+  if (cancelRow_) cancelRow_->setVisible(model_->canCancel());
+}
+
+void ContentView::build(Model::Phase phase) {
+  delete arrangement_;
+  arrangement_ = new QWidget;
+  auto* layout = new QVBoxLayout(arrangement_);
+  layout->setContentsMargins(0, 0, 0, 0);
+  layout->setSpacing(kGap);
+  built_ = phase;
+  switch (phase) {
+    case Model::Phase::checking:
+      buildChecking();
+      break;
+    case Model::Phase::ready:
+      buildReady();
+      break;
+    case Model::Phase::working:
+      buildWorking();
+      break;
+    case Model::Phase::failed:
+      buildFailed();
+      break;
+  }
+  static_cast<QVBoxLayout*>(QWidget::layout())->insertWidget(1, arrangement_);
+}
+
+void ContentView::buildChecking() {
+  arrangement_->layout()->addWidget(
+      label(text("看一眼这台 Mac。"), font(), style::secondary(palette()), false));
+}
+
+void ContentView::buildReady() {
+  auto* layout = arrangement_->layout();
+  layout->addWidget(label(text("数据只在这台 Mac 上，不上传。装好以后双击它就能进Varnholt。"),
+                          style::systemFont(12.5), style::secondary(palette()), true));
+  auto* install = new QPushButton(text("安装并打开"));
+  install->setAutoDefault(false);
+  // The large control size.
+  install->setMinimumHeight(install->sizeHint().height() + 8);
+  install->setMinimumWidth(install->sizeHint().width() + 16);
+  connect(install, &QPushButton::clicked, this, [this] { model_->install(); });
+  layout->addWidget(buttonRow(install, true));
+  layout->addWidget(label(text("约 3—5 分钟，看网络。要一个 Claude 账号；不用另外填钥匙。"),
+                          style::systemFont(11), style::tertiary(palette()), false));
+}
+
+void ContentView::buildWorking() {
+  auto* layout = arrangement_->layout();
+  status_ = label({}, style::systemFont(12.5), style::secondary(palette()), false);
+  status_->setFixedWidth(kWidth - 2 * kMargin);
+  layout->addWidget(status_);
+  log_ = new LogView;
+  log_->setFixedHeight(kWorkingLogHeight);
+  layout->addWidget(log_);
+  auto* cancel = new QPushButton(text("取消"));
+  cancel->setAutoDefault(false);
+  connect(cancel, &QPushButton::clicked, this, [this] { model_->cancel(); });
+  cancelRow_ = buttonRow(cancel, false);
+  layout->addWidget(cancelRow_);
+}
+
+void ContentView::buildFailed() {
+  auto* layout = arrangement_->layout();
+  failure_ = label({}, style::systemFont(12.5), style::primary(palette()), true);
+  layout->addWidget(failure_);
+
+  details_ = new QWidget;
+  details_->setFont(style::systemFont(12));
+  auto* detailsLayout = new QVBoxLayout(details_);
+  detailsLayout->setContentsMargins(0, 0, 0, 0);
+  detailsLayout->setSpacing(6);
+  auto* toggle = new QToolButton;
+  toggle->setObjectName("detailsToggle");
+  toggle->setText(text("详情"));
+  toggle->setCheckable(true);
+  toggle->setAutoRaise(true);
+  toggle->setArrowType(Qt::RightArrow);
+  toggle->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+  connect(toggle, &QToolButton::toggled, this, [this](bool on) { setDetailsExpanded(on); });
+  detailsLayout->addWidget(toggle);
+  layout->addWidget(details_);
+
+  auto* retry = new QPushButton(text("再试一次"));
+  retry->setDefault(true);
+  connect(retry, &QPushButton::clicked, this, [this] { model_->retry(); });
+  layout->addWidget(buttonRow(retry, true));
+  // The default button: Return (and Enter) trigger it, in this arrangement only.
+  for (auto key : {Qt::Key_Return, Qt::Key_Enter}) {
+    auto* shortcut = new QShortcut(QKeySequence(key), arrangement_);
+    shortcut->setContext(Qt::WindowShortcut);
+    connect(shortcut, &QShortcut::activated, retry, &QPushButton::click);
+  }
+}
+
+void ContentView::setDetailsExpanded(bool expanded) {
+  auto* toggle = details_->findChild<QToolButton*>("detailsToggle");
+  toggle->setArrowType(expanded ? Qt::DownArrow : Qt::RightArrow);
+  // Collapsing discards the box; expanding builds it afresh, starting at the top.
+  delete log_;
+  if (expanded) {
+    log_ = new LogView;
+    log_->setFixedHeight(kDetailsLogHeight);
+    details_->layout()->addWidget(log_);
+    log_->setLines(model_->lines());
+  }
+  render();
+}
+
+void ContentView::showEvent(QShowEvent* event) {
+  QWidget::showEvent(event);
+  if (appeared_) return;
+  appeared_ = true;
+  window()->raise();
+  window()->activateWindow();
+  model_->check();
+  autostart();
+}
+
+void ContentView::autostart() {
+  auto value = Ctx::env().find("KESTRAVINE_LAUNCHER_AUTOSTART");
+  if (value == Ctx::env().end() || value->second != "1") return;
+  if (exists(Ctx::kestravineHome() + "/app")) return;
+  // Only while the install is still on offer: a click in the meantime has started it already,
+  // and two install scripts must never run side by side.
+  platform().postAfter(kAutostartDelay, [weak = std::weak_ptr<Model>(model_)] {
+    auto model = weak.lock();
+    if (model && model->phase() == Model::Phase::ready) model->install();
+  });
+}
+
+}  // namespace kestravine

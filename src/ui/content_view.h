@@ -1,0 +1,68 @@
+#pragma once
+
+#include <QElapsedTimer>
+#include <QLabel>
+#include <QPointer>
+#include <QTimer>
+#include <QWidget>
+#include <memory>
+
+#include "model/model.h"
+
+namespace kestravine {
+
+class LogView;
+
+// The whole content of the launcher's window: a title, and below it one of four arrangements
+// chosen by the model's phase (checking; ready with the install offer; working with status, log
+// and cancel; failed with the failure, collapsible details and retry). Owns the Model and turns
+// clicks into its operations. When it first appears it brings the window to the front, runs
+// check() and, if asked by KESTRAVINE_LAUNCHER_AUTOSTART=1, starts the install 0.3 s later.
+//
+// Threading: GUI thread only. Model notifications only mark the view dirty; it re-renders at most
+// once per frame however many lines arrive.
+class ContentView final : public QWidget {
+ public:
+  explicit ContentView(QWidget* parent = nullptr);
+  ~ContentView() override;
+
+  const Model& model() const { return *model_; }
+
+  // The title line: the headline when it is not empty, else "Kestravine".
+  static QString titleFor(const std::string& headline);
+  // `text` cut to at most `lines` lines at `width`, the last one ending in an ellipsis if cut.
+  static QString elided(const QString& text, const QFont& font, int width, int lines);
+
+ protected:
+  void showEvent(QShowEvent* event) override;
+
+ private:
+  void scheduleRender();
+  void render();
+  void build(Model::Phase phase);
+  void buildChecking();
+  void buildReady();
+  void buildWorking();
+  void buildFailed();
+  void setDetailsExpanded(bool expanded);
+  void autostart();
+
+  std::shared_ptr<Model> model_;
+  int listenerId_ = -1;
+  bool appeared_ = false;
+
+  QLabel* title_;
+  QWidget* arrangement_ = nullptr;
+  Model::Phase built_ = Model::Phase::checking;
+  // Parts of the current arrangement that follow the model; null where absent.
+  QPointer<QLabel> status_;
+  QPointer<QLabel> failure_;
+  QPointer<LogView> log_;
+  QPointer<QWidget> cancelRow_;
+  QPointer<QWidget> details_;
+
+  QTimer renderTimer_;
+  QElapsedTimer sinceRender_;
+};
+
+}  // namespace kestravine
