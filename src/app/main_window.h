@@ -12,6 +12,8 @@ class ContentView;
 //
 // Threading: GUI thread only.
 class MainWindow final : public QWidget {
+  Q_OBJECT
+
  public:
   MainWindow();
 

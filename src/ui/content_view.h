@@ -22,6 +22,8 @@ class LogView;
 // Threading: GUI thread only. Model notifications only mark the view dirty; it re-renders at most
 // once per frame however many lines arrive.
 class ContentView final : public QWidget {
+  Q_OBJECT
+
  public:
   explicit ContentView(QWidget* parent = nullptr);
   ~ContentView() override;

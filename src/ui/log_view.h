@@ -18,6 +18,8 @@ namespace kestravine {
 //
 // Threading: GUI thread only.
 class LogView final : public QWidget {
+  Q_OBJECT
+
  public:
   explicit LogView(QWidget* parent = nullptr);
 

@@ -30,7 +30,10 @@ void resetDirectory(const std::string& path) {
 
 std::vector<pid_t> liveDescendants() {
   std::multimap<pid_t, pid_t> children;
-  for (const auto& entry : fs::directory_iterator("/proc")) {
+  // Processes come and go while /proc is read: error codes, not exceptions.
+  std::error_code error;
+  for (fs::directory_iterator it("/proc", error), end; !error && it != end; it.increment(error)) {
+    const fs::directory_entry& entry = *it;
     std::ifstream stat(entry.path() / "stat");
     std::string text;
     if (!std::getline(stat, text)) continue;
@@ -76,7 +79,14 @@ void ModelTest::TearDown() {
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
     left = liveDescendants();
   }
-  EXPECT_TRUE(left.empty()) << "processes left behind: " << left.size();
+  std::string names;
+  for (pid_t pid : left) {
+    std::ifstream cmdline("/proc/" + std::to_string(pid) + "/cmdline");
+    std::string name;
+    std::getline(cmdline, name, '\0');
+    names += " " + std::to_string(pid) + ":" + name;
+  }
+  EXPECT_TRUE(left.empty()) << "processes left behind:" << names;
 }
 
 std::string ModelTest::home() {
