@@ -1,0 +1,22 @@
+#!/usr/bin/env bash
+# Sets the machine up, builds the launcher and runs it on the bundled demo product. The product
+# home is demo-home/ inside the checkout, so the user's own ~/.kestravine stays untouched.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bash scripts/setup.sh
+cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
+cmake --build build
+
+export KESTRAVINE_HOME="$PWD/demo-home"
+port=$((5199 + ${ZORVEL_PORT_OFFSET:-0}))
+if [[ -n ${DISPLAY:-}${WAYLAND_DISPLAY:-} ]]; then
+  build/bin/kestravine-launcher
+else
+  # No desktop to show a window on: run it on a virtual one, installing by itself, and say
+  # where the application answers instead of opening a browser nobody can see.
+  echo "No display found: running the launcher under Xvfb with automatic install."
+  KESTRAVINE_LAUNCHER_AUTOSTART=1 KESTRAVINE_NO_OPEN=1 xvfb-run -a build/bin/kestravine-launcher
+fi
+if [[ -d $KESTRAVINE_HOME/app ]]; then
+  echo "Varnholt: http://127.0.0.1:$port/home/  (stop it: cd demo-home/app && npm run -s zorvel:down)"
+fi
