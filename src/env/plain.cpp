@@ -66,22 +66,31 @@ class Clusters {
       if (c == '\r' && next == '\n') return pos + 2;
       if (next < 0x80 || c < 0x20 || c == 0x7f) return pos + 1;
     }
-    return iterator().following(pos);
+    if (icu::BreakIterator* it = iterator()) return it->following(pos);
+    // Without segmentation data, code points stand for characters.
+    U8_FWD_1(text_.data(), pos, n);
+    return pos;
   }
 
  private:
-  icu::BreakIterator& iterator() {
+  icu::BreakIterator* iterator() {
     // One iterator per thread: creating one is costly, and they are not thread-safe.
-    thread_local std::unique_ptr<icu::BreakIterator> shared;
-    UErrorCode status = U_ZERO_ERROR;
-    if (!shared)
-      shared.reset(icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
+    thread_local const std::unique_ptr<icu::BreakIterator> shared = [] {
+      UErrorCode status = U_ZERO_ERROR;
+      std::unique_ptr<icu::BreakIterator> created(
+          icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
+      return U_SUCCESS(status) ? std::move(created) : nullptr;
+    }();
+    if (!shared) return nullptr;
     if (!textSet_) {
+      UErrorCode status = U_ZERO_ERROR;
       utext_openUTF8(&utext_, text_.data(), static_cast<std::int64_t>(text_.size()), &status);
       shared->setText(&utext_, status);
       textSet_ = true;
     }
-    return *shared;
+    // The analyzer takes the thread_local for a local destroyed on return; it lives as long as
+    // the thread.
+    return shared.get();  // NOLINT(clang-analyzer-cplusplus.NewDelete)
   }
 
   std::string_view text_;

@@ -43,7 +43,7 @@ INSTANTIATE_TEST_SUITE_P(
                       PlainCase{"BlankBeforeEscapeTrimmedAfterRemoval", " \x1b[0m x \x1b[0m", "x"},
                       PlainCase{"ReplacementCharacterIsText", "\ufffd", "\ufffd"},
                       PlainCase{"NulIsText", std::string("a\0b", 3), std::string("a\0b", 3)}),
-    [](const auto& info) { return std::string(info.param.name); });
+    [](const auto& test) { return std::string(test.param.name); });
 
 // Properties that hold for every input, checked over a spread of generated ones.
 TEST(PlainProperties, NoEscapeNoOuterBlankIdempotent) {

@@ -55,7 +55,7 @@ INSTANTIATE_TEST_SUITE_P(
                       OutputCase{"InvalidUtf8Replaced", "\\xff\\xfeA\\n", 0, {"\ufffd\ufffdA"}},
                       OutputCase{"NulBytesKept", "a\\0b\\n", 0, {std::string("a\0b", 3)}},
                       OutputCase{"ChineseText", "\\xe5\\xae\\x89\\xe8\\xa3\\x85\\n", 0, {"安装"}}),
-    [](const auto& info) { return std::string(info.param.name); });
+    [](const auto& test) { return std::string(test.param.name); });
 
 TEST(Child, SignalThatEndsTheCommandIsItsStatus) {
   for (int signal : {15, 9}) {
