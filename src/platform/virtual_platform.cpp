@@ -1,6 +1,7 @@
 #include "platform/virtual_platform.h"
 
 #include <algorithm>
+#include <thread>
 #include <utility>
 
 namespace kestravine {
@@ -25,6 +26,13 @@ void VirtualPlatform::postAfter(Delay delay, Task task) {
 }
 
 void VirtualPlatform::runInBackgroundAfter(Delay delay, Task task) {
+  if (realTimeBackground_) {
+    std::thread([delay, task = std::move(task)] {
+      std::this_thread::sleep_for(delay);
+      task();
+    }).detach();
+    return;
+  }
   timers_.emplace(now_ + delay, Timer{std::move(task), true});
 }
 

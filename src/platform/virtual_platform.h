@@ -41,6 +41,10 @@ class VirtualPlatform final : public Platform {
   // Moves the clock to the earliest pending delay and runs what is due then. False if none.
   bool advanceToNextTimer();
 
+  // From now on, background tasks run on a thread of their own after the delay in real time,
+  // so a test can prove the real path; main-queue delays stay virtual.
+  void setRealTimeBackground(bool real) { realTimeBackground_ = real; }
+
   Delay now() const { return now_; }
   std::size_t pendingTimers() const { return timers_.size(); }
   // Pending delayed tasks for the main queue (postAfter), leaving background ones aside.
@@ -70,6 +74,7 @@ class VirtualPlatform final : public Platform {
   std::multimap<Delay, Timer> timers_;  // equal deadlines keep their order of scheduling
   std::vector<std::string> openedUrls_;
   Delay openedAt_{0};
+  bool realTimeBackground_ = false;
   int quitCount_ = 0;
   Delay quitAt_{0};
 };

@@ -154,6 +154,8 @@ void ContentView::build(Model::Phase phase) {
       break;
   }
   static_cast<QVBoxLayout*>(QWidget::layout())->insertWidget(1, arrangement_);
+  // Shown now rather than on the layout's queued show, so no frame lacks the arrangement.
+  arrangement_->show();
 }
 
 void ContentView::buildChecking() {
@@ -233,6 +235,7 @@ void ContentView::setDetailsExpanded(bool expanded) {
     log_ = new LogView;
     log_->setFixedHeight(kDetailsLogHeight);
     details_->layout()->addWidget(log_);
+    log_->show();
     log_->setLines(model_->lines());
   }
   render();

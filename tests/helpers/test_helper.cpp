@@ -99,10 +99,13 @@ int background(const std::string& gate) {
   return 0;
 }
 
-int flood(long count, bool colour) {
+// Lines "INFO step <i> done", plain, coloured, or broken by invalid UTF-8 and NUL bytes.
+int flood(long count, const std::string& style) {
   std::string chunk;
   for (long i = 0; i < count; ++i) {
-    if (colour) {
+    if (style == "invalid") {
+      chunk += "\xff\xfe step " + std::to_string(i) + std::string(" \0 done\n", 8);
+    } else if (style == "colour") {
       chunk += "\x1b[32mINFO\x1b[0m step " + std::to_string(i) + " \x1b[1mdone\x1b[0m\n";
     } else {
       chunk += "INFO step " + std::to_string(i) + " done\n";
@@ -153,6 +156,6 @@ int main(int argc, char** argv) {
     }
     return 0;
   }
-  if (command == "flood") return flood(std::atol(argv[2]), arg(3) == "colour");
+  if (command == "flood") return flood(std::atol(argv[2]), arg(3));
   return 64;
 }

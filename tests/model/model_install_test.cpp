@@ -114,6 +114,17 @@ TEST_F(ModelTest, KeepsTheLastFourHundredLines) {
   EXPECT_EQ(model->status(), "line 1000");
 }
 
+TEST_F(ModelTest, KeepsTheLastFourHundredOfAMillionLines) {
+  writeFile(resources() + "/kestravine-2.0.1.tar.gz", "");
+  writeInstallScript(std::string("'") + TEST_HELPER + "' flood 1000000 colour; exit 4");
+  model->install();
+  ASSERT_TRUE(runToEnd());
+  ASSERT_TRUE(runUntil([&] { return model->status() == "INFO step 999999 done"; }));
+  EXPECT_EQ(model->failure(), failureText(4));
+  ASSERT_EQ(model->lines().size(), 400u);
+  EXPECT_EQ(model->lines().front(), "INFO step 999600 done");
+}
+
 TEST_F(ModelTest, SuccessfulInstallProbesUntilTheApplicationAnswersThenOpensAndQuits) {
   writeFile(resources() + "/kestravine-2.0.1.tar.gz", "");
   writeInstallScript("echo installed; exit 0");

@@ -124,6 +124,45 @@ TEST(Child, FloodArrivesCompleteAndInOrder) {
   }
 }
 
+// Counts lines as they arrive and checks each is the next one expected.
+struct InOrder {
+  std::function<std::string(long)> expected;
+  long count = 0;
+  long firstWrong = -1;
+  void operator()(const std::string& line) {
+    if (firstWrong < 0 && line != expected(count)) firstWrong = count;
+    ++count;
+  }
+};
+
+TEST(ChildFlood, EveryLineArrivesInOrder) {
+  struct Case {
+    const char* style;
+    long lines;
+    std::function<std::string(long)> expected;
+  };
+  const Case table[] = {
+      {"plain", 10000000, [](long i) { return "INFO step " + std::to_string(i) + " done"; }},
+      {"invalid", 1000000,
+       [](long i) {
+         return "\ufffd\ufffd step " + std::to_string(i) + std::string(" \0 done", 7);
+       }},
+  };
+  for (const auto& c : table) {
+    auto seen = std::make_shared<InOrder>();
+    seen->expected = c.expected;
+    bool exited = false;
+    Child child;
+    child.start(
+        helper(), {"flood", std::to_string(c.lines), c.style}, std::nullopt, {},
+        [seen](std::string line) { (*seen)(line); }, [&](std::int32_t) { exited = true; });
+    ASSERT_TRUE(platform().runUntil([&] { return exited && seen->count == c.lines; },
+                                    std::chrono::minutes(2)))
+        << c.style << ": " << seen->count << " lines";
+    EXPECT_EQ(seen->firstWrong, -1) << c.style;
+  }
+}
+
 // The environment: launcher environment, product PATH first, extra variables laid over it.
 TEST(Child, ComposesTheEnvironment) {
   const std::string nodeBin = Ctx::kestravineHome() + "/node/bin";

@@ -135,9 +135,11 @@ TEST_F(ContentViewTest, WhileProbingThereIsNoCancelRow) {
   view->show();
   ASSERT_NE(waitButton("安装并打开"), nullptr);
   button("安装并打开")->click();
-  ASSERT_TRUE(waitFor([&] { return !view->model().canCancel() && buttons().empty(); }));
-  EXPECT_EQ(view->model().phase(), Phase::working);
-  EXPECT_EQ(shown<LogView>().size(), 1u);
+  ASSERT_TRUE(waitFor([&] {
+    return !view->model().canCancel() && view->model().phase() == Phase::working &&
+           shown<LogView>().size() == 1;
+  }));
+  EXPECT_TRUE(waitFor([&] { return buttons().empty(); }));
 }
 
 TEST_F(ContentViewTest, DetailsAreCollapsedEachTimeAFailureIsShown) {

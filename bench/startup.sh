@@ -1,0 +1,137 @@
+#!/usr/bin/env bash
+# Launch to window shown: the launcher (empty product home, so it shows the install offer) beside
+# `zenity --progress` and `yad --progress` fed "100", all under one Xvfb server started here.
+# Prints median and minimum times and peak RSS; never asserts on them.
+#
+#   bench/startup.sh <build-dir>        (STARTUP_RUNS=N to change the number of runs, default 10)
+set -euo pipefail
+
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+die() { echo "startup.sh: $*" >&2; exit 2; }
+
+[ $# -eq 1 ] || die "usage: bench/startup.sh <build-dir>"
+launcher=$(cd "$1" 2>/dev/null && pwd)/bin/kestravine-launcher || die "no build directory $1"
+[ -x "$launcher" ] || die "no launcher at $launcher (build first)"
+runs=${STARTUP_RUNS:-10}
+[[ $runs =~ ^[1-9][0-9]*$ ]] || die "STARTUP_RUNS must be a positive number"
+
+for tool in Xvfb zenity yad cc awk; do
+  command -v "$tool" >/dev/null 2>&1 || die "missing $tool (Debian: xvfb, zenity, yad, gcc, gawk/mawk)"
+done
+echo '#include <xcb/xcb.h>' | cc -E -x c - >/dev/null 2>&1 || die "missing xcb headers (Debian: libxcb1-dev)"
+
+tmp=$(mktemp -d)
+xvfb_pid=""
+cleanup() {
+  if [ -n "$xvfb_pid" ]; then
+    kill "$xvfb_pid" 2>/dev/null || true
+    wait "$xvfb_pid" 2>/dev/null || true
+  fi
+  rm -rf "$tmp"
+}
+trap cleanup EXIT
+trap 'exit 130' INT TERM
+
+# The window watcher: a small X client, built here so no build system has to know about it.
+cc -O2 -std=c11 -o "$tmp/probe" "$here/startup_probe.c" -lxcb || die "cannot build the window watcher"
+
+# -displayfd: Xvfb picks a free display itself and writes its number once it accepts clients.
+# -noreset: otherwise the server resets whenever its last client leaves, and a client connecting
+# during the reset is refused.
+mkfifo "$tmp/display"
+Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp -noreset 3>"$tmp/display" 2>"$tmp/xvfb.log" &
+xvfb_pid=$!
+display=""
+read -r -t 20 display <"$tmp/display" || true
+[ -n "$display" ] || { cat "$tmp/xvfb.log" >&2; die "Xvfb did not start"; }
+export DISPLAY=":$display"
+unset WAYLAND_DISPLAY
+
+# The same quiet environment for all three programs.
+mkdir -m 700 "$tmp/runtime" "$tmp/home"
+export XDG_RUNTIME_DIR="$tmp/runtime"
+export KESTRAVINE_HOME="$tmp/home"
+export QT_QPA_PLATFORM=xcb
+unset KESTRAVINE_LAUNCHER_AUTOSTART KESTRAVINE_LAUNCHER_SHOT
+printf '100\n' >"$tmp/hundred"
+
+# One measurement; appends "shown_ms exit_ms peak_rss_kb" to $tmp/<name> unless a warm-up.
+measure() {
+  local name=$1 kind=${2:-} out
+  case $name in
+    launcher)
+      out=$("$tmp/probe" --title Kestravine --hold-ms 500 -- "$launcher" 2>>"$tmp/stderr") ;;
+    zenity | yad)
+      out=$("$tmp/probe" --title "startup-$name" --stdin "$tmp/hundred" --until-exit -- \
+        "$name" --progress --auto-close --title="startup-$name" 2>>"$tmp/stderr") ;;
+  esac || { tail -n 20 "$tmp/stderr" >&2; die "the window watcher failed on $name"; }
+  [ "$kind" = warmup ] && return 0
+  # Launcher: the larger VmHWM of "just shown" and "0.5 s later". Peers: wait4's maxrss over
+  # their whole life, which ends on its own.
+  awk -v name="$name" '{
+    if (name != "launcher") rss = $6
+    else if ($4 == "-") rss = $5
+    else if ($5 == "-" || $4 + 0 > $5 + 0) rss = $4
+    else rss = $5
+    print $1, $2, rss
+  }' <<<"$out" >>"$tmp/$name"
+}
+
+# The warm-up runs fill the file cache, and let GTK store its GL visual choice on the root window
+# (GDK_VISUALS) as it would be on a running desktop; without that each GTK run probes GL again.
+echo "startup: $runs runs each after one warm-up run each, round-robin, under Xvfb $DISPLAY"
+for name in launcher zenity yad; do measure "$name" warmup; done
+for ((i = 1; i <= runs; i++)); do
+  for name in launcher zenity yad; do measure "$name"; done
+done
+
+# "median min max count" of one column, or "- - - 0" when no run produced a figure there.
+stats() {
+  awk -v col="$2" 'BEGIN { n = 0 } $col != "-" { v[n++] = $col + 0 }
+    END {
+      if (n == 0) { print "- - - 0"; exit }
+      for (i = 0; i < n; i++) for (j = i + 1; j < n; j++) if (v[j] < v[i]) { t = v[i]; v[i] = v[j]; v[j] = t }
+      med = (n % 2) ? v[int(n / 2)] : (v[n / 2 - 1] + v[n / 2]) / 2
+      print med, v[0], v[n - 1], n
+    }' "$1"
+}
+# "-" stays "-"; kB figures are shown in MB.
+ms_pair() { awk -v a="$1" -v b="$2" -v n="$3" 'BEGIN { if (a == "-") print "-"; else printf "%.1f / %.1f (%d)\n", a, b, n }'; }
+mb_pair() { awk -v a="$1" -v b="$2" -v n="$3" 'BEGIN { if (a == "-") print "-"; else printf "%.1f / %.1f (%d)\n", a / 1024, b / 1024, n }'; }
+
+declare -A shown exit_ms rss
+printf '\n%-22s %20s %20s %20s\n' "program" "window shown ms" "start to exit ms" "peak RSS MB"
+printf '%-22s %20s %20s %20s\n' "" "median / min (n)" "median / min (n)" "median / max (n)"
+for name in launcher zenity yad; do
+  read -r s_med s_min _ s_n < <(stats "$tmp/$name" 1)
+  read -r e_med e_min _ e_n < <(stats "$tmp/$name" 2)
+  read -r r_med _ r_max r_n < <(stats "$tmp/$name" 3)
+  shown[$name]=$s_med exit_ms[$name]=$e_med rss[$name]=$r_med
+  if [ "$name" = launcher ]; then
+    label=kestravine-launcher exit_text="n/a (stopped by us)"
+  else
+    label="$name --progress" exit_text=$(ms_pair "$e_med" "$e_min" "$e_n")
+  fi
+  printf '%-22s %20s %20s %20s\n' "$label" "$(ms_pair "$s_med" "$s_min" "$s_n")" "$exit_text" \
+    "$(mb_pair "$r_med" "$r_max" "$r_n")"
+done
+
+# Targets, printed beside the figures; the peers are compared on the same run's medians.
+at_most() { awk -v a="$1" -v b="$2" 'BEGIN { if (a == "-" || b == "-") print "n/a"; else print (a + 0 <= b + 0 ? "met" : "MISSED") }'; }
+below() { awk -v a="$1" -v b="$2" 'BEGIN { if (a == "-" || b == "-") print "n/a"; else print (a + 0 < b + 0 ? "yes" : "NO") }'; }
+mb() { awk -v k="$1" 'BEGIN { if (k == "-") print "-"; else printf "%.1f\n", k / 1024 }'; }
+ms() { awk -v v="$1" 'BEGIN { if (v == "-") print "-"; else printf "%.1f\n", v }'; }
+l_shown=$(ms "${shown[launcher]}")
+echo
+echo "targets (launcher medians):"
+printf '  window shown <= 60 ms: %s ms -> %s\n' "$l_shown" "$(at_most "$l_shown" 60)"
+printf '  peak RSS <= 45 MB:     %s MB -> %s\n' "$(mb "${rss[launcher]}")" "$(at_most "$(mb "${rss[launcher]}")" 45)"
+for peer in zenity yad; do
+  printf '  below %-6s window shown %s (%s vs %s ms), start to exit %s (%s vs %s ms), peak RSS %s (%s vs %s MB)\n' \
+    "$peer" "$(below "$l_shown" "${shown[$peer]}")" "$l_shown" "$(ms "${shown[$peer]}")" \
+    "$(below "$l_shown" "${exit_ms[$peer]}")" "$l_shown" "$(ms "${exit_ms[$peer]}")" \
+    "$(below "${rss[launcher]}" "${rss[$peer]}")" "$(mb "${rss[launcher]}")" "$(mb "${rss[$peer]}")"
+done
+echo "  launcher: start to its window mapped; peak RSS = larger VmHWM of then and 0.5 s later."
+echo "  peers: start to window mapped, and start to their own exit after reading 100 (wall time);"
+echo "  peak RSS = wait4 maxrss. \"Window shown\" is the fairer comparison; both are printed."
