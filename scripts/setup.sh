@@ -4,13 +4,13 @@
 set -euo pipefail
 
 packages=(
-  g++ cmake ninja-build pkg-config
+  g++ clang libclang-rt-14-dev cmake ninja-build pkg-config dpkg-dev
   libicu-dev googletest libgtest-dev libgmock-dev
   qt6-base-dev libgl-dev
   curl procps bash
   xvfb xauth x11-apps imagemagick
   fonts-wqy-microhei
-  zenity yad
+  zenity yad time libxcb1-dev
   desktop-file-utils
 )
 

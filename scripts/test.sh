@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Sets the machine up, builds everything and runs every test.
+# Sets the machine up, builds everything and runs every test: the test suite, then the same
+# tests under sanitizers and each fuzz target for a minute. `--quick` stops after the suite.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
@@ -8,3 +9,9 @@ cmake --build build
 # Widget tests need no display; the one end-to-end test brings its own Xvfb.
 export QT_QPA_PLATFORM=offscreen
 ctest --test-dir build --output-on-failure -j"$(nproc)"
+[[ ${1:-} == --quick ]] && exit 0
+
+bash scripts/sanitize.sh
+bash scripts/fuzz.sh 60
+# Suite, address and undefined-behaviour sanitizers, thread sanitizer, fuzzing.
+echo "stages: 4 passed, 0 failed"

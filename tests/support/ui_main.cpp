@@ -10,7 +10,9 @@
 namespace kestravine::testing {
 
 VirtualPlatform& platform() {
-  static VirtualPlatform instance;
+  // Never destroyed, like the application's platform: threads of commands still running when
+  // the tests end may yet post to it.
+  static VirtualPlatform& instance = *new VirtualPlatform;
   return instance;
 }
 
