@@ -26,9 +26,14 @@ using testing::platform;
 using ::testing::UnorderedElementsAre;
 using Lines = std::vector<std::string>;
 
+// Runs a shell line; "$0" and "$1" of the line are the two extra arguments.
+ChildRun shell(const std::string& line, const std::string& zero = "", const std::string& one = "") {
+  return ChildRun("/bin/bash", {"-c", line, zero, one});
+}
+
 struct OutputCase {
   const char* name;
-  std::string bytes;  // escapes as the helper's "emit" reads them
+  std::string format;  // printf's escapes name the bytes
   int exitCode;
   Lines expected;
   friend void PrintTo(const OutputCase& c, std::ostream* os) { *os << c.name; }
@@ -38,7 +43,7 @@ class ChildOutput : public ::testing::TestWithParam<OutputCase> {};
 
 TEST_P(ChildOutput, DeliversCleanedNonEmptyLinesAndTheExitCode) {
   const auto& c = GetParam();
-  ChildRun run(helper(), {"emit", c.bytes, std::to_string(c.exitCode)});
+  ChildRun run = shell("printf \"$0\"; exit $1", c.format, std::to_string(c.exitCode));
   ASSERT_TRUE(run.waitFor(c.expected.size()));
   EXPECT_EQ(run.got->lines, c.expected);
   EXPECT_THAT(run.got->exits, ElementsAre(c.exitCode));
@@ -58,21 +63,21 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& test) { return std::string(test.param.name); });
 
 TEST(Child, SignalThatEndsTheCommandIsItsStatus) {
-  for (int signal : {15, 9}) {
-    ChildRun run(helper(), {"raise", std::to_string(signal)});
+  for (const char* signal : {"TERM", "KILL"}) {
+    ChildRun run = shell("kill -s $0 $$", signal);
     ASSERT_TRUE(run.waitFor());
-    EXPECT_THAT(run.got->exits, ElementsAre(signal));
+    EXPECT_THAT(run.got->exits, ElementsAre(std::string(signal) == "TERM" ? 15 : 9));
   }
 }
 
 TEST(Child, FailedLaunchGivesOneLineThenStatus127) {
   const std::pair<std::string, std::optional<std::string>> table[] = {
       {"/nonexistent/tool", std::nullopt},
-      {"/etc/hostname", std::nullopt},  // not executable
-      {helper(), "/nonexistent/dir"},
+      {"/etc/passwd", std::nullopt},  // not executable
+      {"/bin/pwd", "/nonexistent/dir"},
   };
   for (const auto& [program, cwd] : table) {
-    ChildRun run(program, {"pwd"}, cwd);
+    ChildRun run(program, {}, cwd);
     EXPECT_TRUE(run.got->events.empty());  // nothing from inside start()
     ASSERT_TRUE(run.waitFor());
     EXPECT_THAT(run.got->events, ElementsAre("line:起不来：" + program, "exit:127"));
@@ -89,17 +94,14 @@ TEST(Child, OutputOfABackgroundProcessKeepsArrivingAfterTheExit) {
   ASSERT_TRUE(run.waitFor(1));
   EXPECT_THAT(run.got->events, UnorderedElementsAre("line:parent", "exit:0"));
   // Only now does the background process write; its lines still arrive.
-  int fd = open(gate.c_str(), O_WRONLY);
-  ASSERT_GE(fd, 0);
-  close(fd);
+  close(open(gate.c_str(), O_WRONLY));
   ASSERT_TRUE(run.waitFor(4));
-  ASSERT_EQ(run.got->events.size(), 5u);
   EXPECT_THAT(std::vector(run.got->events.begin() + 2, run.got->events.end()),
               ElementsAre("line:late 1", "line:late 2", "line:late 3"));
 }
 
 TEST(Child, ReleasedChildStillDeliversEverything) {
-  ChildRun run(helper(), {"emit", "one\\ntwo", "4"});
+  ChildRun run = shell("printf 'one\\ntwo'; exit 4");
   run.child.reset();
   ASSERT_TRUE(run.waitFor(2));
   EXPECT_THAT(run.got->lines, ElementsAre("one", "two"));
@@ -107,21 +109,10 @@ TEST(Child, ReleasedChildStillDeliversEverything) {
 }
 
 TEST(Child, LongLineWithoutLineEndArrivesWhole) {
-  const std::size_t size = 50u * 1000 * 1000;
-  ChildRun run(helper(), {"long", std::to_string(size)});
+  ChildRun run = shell("head -c 50000000 /dev/zero | tr '\\0' x");
   ASSERT_TRUE(run.waitFor(1));
   ASSERT_EQ(run.got->lines.size(), 1u);
-  EXPECT_EQ(run.got->lines[0].size(), size);
-}
-
-TEST(Child, FloodArrivesCompleteAndInOrder) {
-  constexpr int kLines = 200000;
-  ChildRun run(helper(), {"flood", std::to_string(kLines), "colour"});
-  ASSERT_TRUE(run.waitFor(kLines));
-  ASSERT_EQ(run.got->lines.size(), static_cast<size_t>(kLines));
-  for (int i = 0; i < kLines; i += 9973) {
-    EXPECT_EQ(run.got->lines[static_cast<size_t>(i)], "INFO step " + std::to_string(i) + " done");
-  }
+  EXPECT_EQ(run.got->lines[0].size(), 50000000u);
 }
 
 // Counts lines as they arrive and checks each is the next one expected.
@@ -167,35 +158,30 @@ TEST(ChildFlood, EveryLineArrivesInOrder) {
 TEST(Child, ComposesTheEnvironment) {
   const std::string nodeBin = Ctx::kestravineHome() + "/node/bin";
   auto valueOf = [](const std::string& name, std::map<std::string, std::string> extra = {}) {
-    ChildRun run(helper(), {"env", name}, std::nullopt, std::move(extra));
+    ChildRun run("/usr/bin/printenv", {name}, std::nullopt, std::move(extra));
     EXPECT_TRUE(run.waitFor(1));
     return run.got->lines.empty() ? std::string() : run.got->lines[0];
   };
   const std::string launcherPath = std::getenv("PATH");
-  EXPECT_EQ(valueOf("PATH"), "[" + nodeBin + ":" + launcherPath + "]");
-  EXPECT_EQ(valueOf("PATH", {{"PATH", "/only"}}), "[/only]");
-  EXPECT_EQ(valueOf("HOME", {{"HOME", "/elsewhere"}}), "[/elsewhere]");
-  EXPECT_EQ(valueOf("EXTRA_ONE", {{"EXTRA_ONE", "1"}}), "[1]");
-
+  EXPECT_EQ(valueOf("PATH"), nodeBin + ":" + launcherPath);
+  EXPECT_EQ(valueOf("PATH", {{"PATH", "/only"}}), "/only");
+  EXPECT_EQ(valueOf("HOME", {{"HOME", "/elsewhere"}}), "/elsewhere");
   setenv("LATE_VARIABLE", "live", 1);  // read at start(), not from a snapshot
-  EXPECT_EQ(valueOf("LATE_VARIABLE"), "[live]");
+  EXPECT_EQ(valueOf("LATE_VARIABLE"), "live");
   unsetenv("LATE_VARIABLE");
-
   setenv("PATH", "", 1);
-  EXPECT_EQ(valueOf("PATH"), "[" + nodeBin + ":]");
+  EXPECT_EQ(valueOf("PATH"), nodeBin + ":");
   unsetenv("PATH");
-  EXPECT_EQ(valueOf("PATH"), "[" + nodeBin + ":/usr/bin:/bin:/usr/sbin:/sbin]");
+  EXPECT_EQ(valueOf("PATH"), nodeBin + ":/usr/bin:/bin:/usr/sbin:/sbin");
   setenv("PATH", launcherPath.c_str(), 1);
 }
 
 TEST(Child, WorkingDirectoryGivenOrInherited) {
-  char here[4096];
-  ASSERT_NE(getcwd(here, sizeof here), nullptr);
-  ChildRun inherited(helper(), {"pwd"});
-  ChildRun given(helper(), {"pwd"}, "/tmp");
+  ChildRun inherited("/bin/pwd", {});
+  ChildRun given("/bin/pwd", {}, "/tmp");
   ASSERT_TRUE(inherited.waitFor(1));
   ASSERT_TRUE(given.waitFor(1));
-  EXPECT_THAT(inherited.got->lines, ElementsAre(here));
+  EXPECT_THAT(inherited.got->lines, ElementsAre(std::filesystem::current_path().string()));
   EXPECT_THAT(given.got->lines, ElementsAre("/tmp"));
 }
 

@@ -35,18 +35,6 @@ TEST(LineSplitter, SplitsAtBareLineFeedsAcrossChunks) {
   for (const auto& [chunks, expected] : table) EXPECT_EQ(split(chunks), expected);
 }
 
-// For ASCII, every way of cutting the same bytes into chunks gives the same lines.
-TEST(LineSplitter, AnyChunkingOfAsciiGivesTheSameLines) {
-  const std::string bytes = "one\r\ntwo\n\rthree\r\r\n\nfour\rfive\n\r\n";
-  const Lines whole = split({bytes});
-  for (std::size_t a = 0; a <= bytes.size(); ++a) {
-    for (std::size_t b = a; b <= bytes.size(); ++b) {
-      ASSERT_EQ(split({bytes.substr(0, a), bytes.substr(a, b - a), bytes.substr(b)}), whole)
-          << a << "," << b;
-    }
-  }
-}
-
 TEST(LineSplitter, KeepsOnlyTheUnfinishedTail) {
   LineSplitter splitter;
   std::size_t count = 0;

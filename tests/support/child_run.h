@@ -21,6 +21,7 @@ struct Delivered {
 
 // Starts `program` through a fresh Child and records its callbacks.
 struct ChildRun {
+  ChildRun(ChildRun&&) = default;
   ChildRun(const std::string& program, const std::vector<std::string>& args,
            std::optional<std::string> cwd = std::nullopt,
            std::map<std::string, std::string> extraEnv = {});
