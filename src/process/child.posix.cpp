@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <condition_variable>
+#include <system_error>
 #include <thread>
 
 #include "env/ctx.h"
@@ -148,27 +149,40 @@ void Child::start(const std::string& program, const std::vector<std::string>& ar
                   std::function<void(std::string)> onLine,
                   std::function<void(std::int32_t)> onExit) {
   int fds[2];
-  SpawnResult spawned{-1, errno};
+  pid_t pid = -1;
   if (pipe2(fds, O_CLOEXEC) == 0) {
-    spawned = spawnProcess(
-        {program, args, std::move(cwd), composeEnvironment(std::move(extraEnv)), fds[1]});
+    pid = spawnProcess(
+              {program, args, std::move(cwd), composeEnvironment(std::move(extraEnv)), fds[1]})
+              .pid;
     // Only the child (and what it starts) may hold the write end, so the reader sees the end
     // of the output when they are done with it.
     close(fds[1]);
-    if (spawned.pid < 0) close(fds[0]);
+    if (pid < 0) close(fds[0]);
   }
-  if (spawned.pid < 0) {
-    platform().post([onLine, line = "起不来：" + program] { onLine(line); });
-    platform().post([onExit = std::move(onExit)] { onExit(127); });
-    return;
+  if (pid >= 0) {
+    try {
+      auto delivery = std::make_shared<LineDelivery>(onLine);
+      proc_->pid = pid;
+      std::thread(Process::watchExit, proc_, onExit).detach();
+      {
+        std::lock_guard lock(lock_);
+        runningFlag_ = true;
+      }
+      std::thread(readOutput, fds[0], std::move(delivery)).detach();
+      return;
+    } catch (const std::system_error&) {
+      // No thread to be had: nobody could read the output or report the exit, so the command
+      // must not run. Once the watcher runs, it reaps and reports; before, do it here.
+      if (!runningFlag_) {
+        ::kill(pid, SIGKILL);
+        waitForExit(pid);
+      }
+      close(fds[0]);
+      if (runningFlag_) return;
+    }
   }
-  proc_->pid = spawned.pid;
-  {
-    std::lock_guard lock(lock_);
-    runningFlag_ = true;
-  }
-  std::thread(readOutput, fds[0], std::make_shared<LineDelivery>(std::move(onLine))).detach();
-  std::thread(Process::watchExit, proc_, std::move(onExit)).detach();
+  platform().post([onLine, line = "起不来：" + program] { onLine(line); });
+  platform().post([onExit = std::move(onExit)] { onExit(127); });
 }
 
 void Child::cancel() {
