@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 #include "env/executable_path.h"
 #include "measure.h"
@@ -20,21 +21,44 @@ namespace {
 
 constexpr long kLines = 1000000;
 
-// The measured side: run the flood through a Child and count lines on the main loop.
-int countLines(const std::string& style) {
+// One measured case: the command, and how many lines it must deliver.
+struct Case {
+  const char* name;
+  std::vector<std::string> command;
+  long lines;
+};
+
+std::vector<Case> cases() {
+  const std::string helper = TEST_HELPER;
+  return {
+      {"plain", {helper, "flood", "1000000", "plain"}, kLines},
+      {"colour", {helper, "flood", "1000000", "colour"}, kLines},
+      {"plain-10m", {helper, "flood", "10000000", "plain"}, 10 * kLines},
+      {"invalid-utf8-nul", {helper, "flood", "1000000", "invalid"}, kLines},
+      {"50mb-no-line-end",
+       {"/bin/bash", "-c", "head -c 50000000 /dev/zero | tr '\\0' x"},
+       1},
+  };
+}
+
+// The measured side: run one case through a Child and count lines on the main loop.
+int countLines(const std::string& name) {
   VirtualPlatform platform;
   installPlatform(platform);
-  long lines = 0;
-  bool exited = false;
-  Child child;
-  child.start(
-      TEST_HELPER, {"flood", std::to_string(kLines), style}, std::nullopt, {},
-      [&](std::string) { ++lines; }, [&](std::int32_t) { exited = true; });
-  if (!platform.runUntil([&] { return exited && lines == kLines; }, std::chrono::minutes(5))) {
-    std::fprintf(stderr, "only %ld lines arrived\n", lines);
-    return 1;
+  for (const auto& c : cases()) {
+    if (c.name != name) continue;
+    long lines = 0;
+    bool exited = false;
+    Child child;
+    child.start(c.command[0], {c.command.begin() + 1, c.command.end()}, std::nullopt, {},
+                [&](std::string) { ++lines; }, [&](std::int32_t) { exited = true; });
+    if (!platform.runUntil([&] { return exited && lines == c.lines; }, std::chrono::minutes(5))) {
+      std::fprintf(stderr, "only %ld of %ld lines arrived\n", lines, c.lines);
+      return 1;
+    }
+    return 0;
   }
-  return 0;
+  return 64;
 }
 
 void report(const char* what, const bench::Figures& f, double lines) {
@@ -49,14 +73,14 @@ int main(int argc, char** argv) {
 
   const std::string self = executablePath();
   const std::string scratch = "/tmp/kestravine-bench-" + std::to_string(getpid());
-  std::printf("%ld lines per case\n", kLines);
-  for (const std::string style : {"plain", "colour"}) {
+  for (const auto& c : cases()) {
     // Baseline: the same bytes, written to a file once, then moved by cat.
-    bench::runMeasured({TEST_HELPER, "flood", std::to_string(kLines), style}, scratch);
+    bench::runMeasured(c.command, scratch);
     auto cat = bench::runMeasured({"/bin/cat", scratch}, "/dev/null");
-    auto through = bench::runMeasured({self, "--count", style});
-    report(("cat " + style + " bytes to /dev/null").c_str(), cat, kLines);
-    report(("Child -> main loop, " + style).c_str(), through, kLines);
+    auto through = bench::runMeasured({self, "--count", c.name});
+    report(("cat, " + std::string(c.name)).c_str(), cat, static_cast<double>(c.lines));
+    report(("Child -> main loop, " + std::string(c.name)).c_str(), through,
+           static_cast<double>(c.lines));
   }
   unlink(scratch.c_str());
   std::printf("targets: >= 2000000 lines/s plain, >= 1000000 lines/s colour, peak RSS < 30 MB\n");
