@@ -35,9 +35,7 @@ std::vector<Case> cases() {
       {"colour", {helper, "flood", "1000000", "colour"}, kLines},
       {"plain-10m", {helper, "flood", "10000000", "plain"}, 10 * kLines},
       {"invalid-utf8-nul", {helper, "flood", "1000000", "invalid"}, kLines},
-      {"50mb-no-line-end",
-       {"/bin/bash", "-c", "head -c 50000000 /dev/zero | tr '\\0' x"},
-       1},
+      {"50mb-no-line-end", {"/bin/bash", "-c", "head -c 50000000 /dev/zero | tr '\\0' x"}, 1},
   };
 }
 
@@ -50,8 +48,9 @@ int countLines(const std::string& name) {
     long lines = 0;
     bool exited = false;
     Child child;
-    child.start(c.command[0], {c.command.begin() + 1, c.command.end()}, std::nullopt, {},
-                [&](std::string) { ++lines; }, [&](std::int32_t) { exited = true; });
+    child.start(
+        c.command[0], {c.command.begin() + 1, c.command.end()}, std::nullopt, {},
+        [&](std::string) { ++lines; }, [&](std::int32_t) { exited = true; });
     if (!platform.runUntil([&] { return exited && lines == c.lines; }, std::chrono::minutes(5))) {
       std::fprintf(stderr, "only %ld of %ld lines arrived\n", lines, c.lines);
       return 1;
@@ -62,7 +61,7 @@ int countLines(const std::string& name) {
 }
 
 void report(const char* what, const bench::Figures& f, double lines) {
-  std::printf("%-34s %8.3f s wall %8.3f s cpu %8.1f MB peak %12.0f lines/s\n", what, f.wallSeconds,
+  std::printf("%-40s %8.3f s wall %8.3f s cpu %8.1f MB peak %12.0f lines/s\n", what, f.wallSeconds,
               f.cpuSeconds, static_cast<double>(f.peakRssKb) / 1024.0, lines / f.wallSeconds);
 }
 

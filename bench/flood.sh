@@ -10,6 +10,7 @@
 set -euo pipefail
 
 die() { echo "flood.sh: $*" >&2; exit 2; }
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 
 [ $# -eq 1 ] || die "usage: bench/flood.sh <build-dir>"
 build=$(cd "$1" 2>/dev/null && pwd) || die "no build directory $1"
@@ -44,16 +45,9 @@ cleanup() {
 trap cleanup EXIT
 trap 'exit 130' INT TERM
 
-# -displayfd: Xvfb picks a free display itself and writes its number once it accepts clients.
-# -noreset: otherwise the server resets whenever its last client leaves, refusing clients meanwhile.
-mkfifo "$tmp/display"
-Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp -noreset 3>"$tmp/display" 2>"$tmp/xvfb.log" &
-xvfb_pid=$!
-display=""
-read -r -t 20 display <"$tmp/display" || true
-[ -n "$display" ] || { cat "$tmp/xvfb.log" >&2; die "Xvfb did not start"; }
-export DISPLAY=":$display"
-unset WAYLAND_DISPLAY KESTRAVINE_LAUNCHER_AUTOSTART KESTRAVINE_LAUNCHER_SHOT
+. "$here/xvfb.sh"
+start_xvfb
+unset KESTRAVINE_LAUNCHER_AUTOSTART KESTRAVINE_LAUNCHER_SHOT
 mkdir -m 700 "$tmp/runtime"
 export XDG_RUNTIME_DIR="$tmp/runtime"
 

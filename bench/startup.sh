@@ -35,17 +35,8 @@ trap 'exit 130' INT TERM
 # The window watcher: a small X client, built here so no build system has to know about it.
 cc -O2 -std=c11 -o "$tmp/probe" "$here/startup_probe.c" -lxcb || die "cannot build the window watcher"
 
-# -displayfd: Xvfb picks a free display itself and writes its number once it accepts clients.
-# -noreset: otherwise the server resets whenever its last client leaves, and a client connecting
-# during the reset is refused.
-mkfifo "$tmp/display"
-Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp -noreset 3>"$tmp/display" 2>"$tmp/xvfb.log" &
-xvfb_pid=$!
-display=""
-read -r -t 20 display <"$tmp/display" || true
-[ -n "$display" ] || { cat "$tmp/xvfb.log" >&2; die "Xvfb did not start"; }
-export DISPLAY=":$display"
-unset WAYLAND_DISPLAY
+. "$here/xvfb.sh"
+start_xvfb
 
 # The same quiet environment for all three programs.
 mkdir -m 700 "$tmp/runtime" "$tmp/home"

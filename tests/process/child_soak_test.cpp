@@ -78,9 +78,11 @@ TEST(ChildSoak, TwoHundredCancelledTreesLeaveNothingBehind) {
   }
   EXPECT_TRUE(eventually([&] { return std::all_of(all.begin(), all.end(), isGone); }));
   EXPECT_TRUE(eventually([] { return zombieChildren() == 0; }));
-  EXPECT_TRUE(eventually([&] { return entries("/proc/self/fd") == fds; }))
+  // No more than before: the baseline may still count the warm-up's threads on their way out,
+  // while a leak over 200 cycles would add hundreds.
+  EXPECT_TRUE(eventually([&] { return entries("/proc/self/fd") <= fds; }))
       << entries("/proc/self/fd") << " descriptors, " << fds << " before";
-  EXPECT_TRUE(eventually([&] { return entries("/proc/self/task") == threads; }))
+  EXPECT_TRUE(eventually([&] { return entries("/proc/self/task") <= threads; }))
       << entries("/proc/self/task") << " threads, " << threads << " before";
 }
 

@@ -1,0 +1,16 @@
+# Sourced by the benchmarks: starts a private Xvfb and points DISPLAY at it. Needs $tmp (a
+# scratch folder) and die(); sets xvfb_pid, which the caller's cleanup stops.
+#
+# -displayfd: Xvfb picks a free display itself and writes its number once it accepts clients.
+# -noreset: otherwise the server resets whenever its last client leaves, and a client connecting
+# during the reset is refused.
+start_xvfb() {
+  mkfifo "$tmp/display"
+  Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp -noreset 3>"$tmp/display" 2>"$tmp/xvfb.log" &
+  xvfb_pid=$!
+  local display=""
+  read -r -t 20 display <"$tmp/display" || true
+  [ -n "$display" ] || { cat "$tmp/xvfb.log" >&2; die "Xvfb did not start"; }
+  export DISPLAY=":$display"
+  unset WAYLAND_DISPLAY
+}
