@@ -9,7 +9,8 @@ export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 export LSAN_OPTIONS=suppressions=$PWD/tests/sanitizers/lsan.supp
 export TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1"
 export QT_QPA_PLATFORM=offscreen
-jobs=$(nproc)
+# Most tests wait on processes they run, so twice the cores keeps the machine busy.
+jobs=$((2 * $(nproc)))
 
 echo "== AddressSanitizer + UndefinedBehaviorSanitizer"
 cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \

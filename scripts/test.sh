@@ -8,7 +8,7 @@ cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
 cmake --build build
 # Widget tests need no display; the one end-to-end test brings its own Xvfb.
 export QT_QPA_PLATFORM=offscreen
-ctest --test-dir build --output-on-failure -j"$(nproc)"
+ctest --test-dir build --output-on-failure -j"$((2 * $(nproc)))"
 [[ ${1:-} == --quick ]] && exit 0
 
 bash scripts/sanitize.sh
