@@ -28,6 +28,7 @@ mkdir -p "$out"
 out=$(cd "$out" && pwd)
 
 lines=1000000
+. "$here/xvfb.sh"
 tmp=$(mktemp -d)
 xvfb_pid=""
 cleanup() {
@@ -36,16 +37,12 @@ cleanup() {
   for f in "$tmp"/*.pid; do
     if [ -s "$f" ]; then kill "$(cat "$f")" 2>/dev/null || true; fi
   done
-  if [ -n "$xvfb_pid" ]; then
-    kill "$xvfb_pid" 2>/dev/null || true
-    wait "$xvfb_pid" 2>/dev/null || true
-  fi
+  stop_xvfb
   rm -rf "$tmp"
 }
 trap cleanup EXIT
 trap 'exit 130' INT TERM
 
-. "$here/xvfb.sh"
 start_xvfb
 unset KESTRAVINE_LAUNCHER_AUTOSTART KESTRAVINE_LAUNCHER_SHOT
 mkdir -m 700 "$tmp/runtime"

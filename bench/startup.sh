@@ -20,13 +20,11 @@ for tool in Xvfb zenity yad cc awk; do
 done
 echo '#include <xcb/xcb.h>' | cc -E -x c - >/dev/null 2>&1 || die "missing xcb headers (Debian: libxcb1-dev)"
 
+. "$here/xvfb.sh"
 tmp=$(mktemp -d)
 xvfb_pid=""
 cleanup() {
-  if [ -n "$xvfb_pid" ]; then
-    kill "$xvfb_pid" 2>/dev/null || true
-    wait "$xvfb_pid" 2>/dev/null || true
-  fi
+  stop_xvfb
   rm -rf "$tmp"
 }
 trap cleanup EXIT
@@ -35,7 +33,6 @@ trap 'exit 130' INT TERM
 # The window watcher: a small X client, built here so no build system has to know about it.
 cc -O2 -std=c11 -o "$tmp/probe" "$here/startup_probe.c" -lxcb || die "cannot build the window watcher"
 
-. "$here/xvfb.sh"
 start_xvfb
 
 # The same quiet environment for all three programs.

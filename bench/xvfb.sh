@@ -1,5 +1,5 @@
 # Sourced by the benchmarks: starts a private Xvfb and points DISPLAY at it. Needs $tmp (a
-# scratch folder) and die(); sets xvfb_pid, which the caller's cleanup stops.
+# scratch folder) and die(); the caller's cleanup calls stop_xvfb.
 #
 # -displayfd: Xvfb picks a free display itself and writes its number once it accepts clients.
 # -noreset: otherwise the server resets whenever its last client leaves, and a client connecting
@@ -13,4 +13,12 @@ start_xvfb() {
   [ -n "$display" ] || { cat "$tmp/xvfb.log" >&2; die "Xvfb did not start"; }
   export DISPLAY=":$display"
   unset WAYLAND_DISPLAY
+}
+
+# For the caller's cleanup: stops the server, if one was started.
+stop_xvfb() {
+  if [ -n "${xvfb_pid:-}" ]; then
+    kill "$xvfb_pid" 2>/dev/null || true
+    wait "$xvfb_pid" 2>/dev/null || true
+  fi
 }
