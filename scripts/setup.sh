@@ -5,10 +5,10 @@ set -euo pipefail
 
 packages=(
   g++ clang libclang-rt-14-dev cmake ninja-build pkg-config dpkg-dev
-  libicu-dev googletest libgtest-dev libgmock-dev
+  libicu-dev googletest libgtest-dev libgmock-dev libcpp-httplib-dev
   qt6-base-dev libgl-dev
   curl procps bash
-  xvfb xauth x11-apps imagemagick
+  xvfb xauth x11-apps imagemagick openbox xdotool
   fonts-wqy-microhei
   zenity yad time libxcb1-dev
   desktop-file-utils

@@ -1,5 +1,7 @@
 #include "app/main_window.h"
 
+#include <QCloseEvent>
+#include <QCoreApplication>
 #include <QGuiApplication>
 #include <QScreen>
 #include <QVBoxLayout>
@@ -32,6 +34,17 @@ void MainWindow::present() {
   show();
   raise();
   activateWindow();
+}
+
+}  // namespace kestravine
+
+namespace kestravine {
+
+void MainWindow::closeEvent(QCloseEvent* event) {
+  event->accept();
+  if (closed_) return;
+  closed_ = true;
+  content_->closeFlow([] { QCoreApplication::quit(); });
 }
 
 }  // namespace kestravine

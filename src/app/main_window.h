@@ -8,7 +8,8 @@ class ContentView;
 
 // The launcher's one window: titled "Kestravine", closable, neither resizable nor
 // minimisable, 440 by 320 of content, centred on the primary display's available area.
-// Closing it ends the application (the last window closed); running commands are left alone.
+// Closing it hides it at once; the application ends as soon as the running service start or
+// install (if any) has exited and no SIGKILL of a cancel is still due. Nothing is stopped.
 //
 // Threading: GUI thread only.
 class MainWindow final : public QWidget {
@@ -21,8 +22,12 @@ class MainWindow final : public QWidget {
   // Centres the window and brings it to the front.
   void present();
 
+ protected:
+  void closeEvent(QCloseEvent* event) override;
+
  private:
   ContentView* content_;
+  bool closed_ = false;
 };
 
 }  // namespace kestravine

@@ -4,6 +4,7 @@
 #include <QImageWriter>
 #include <QPixmap>
 #include <QPointer>
+#include <QSaveFile>
 #include <QTimer>
 #include <QWidget>
 
@@ -17,8 +18,15 @@ bool write(QWidget* content, const QString& path) {
   if (content == nullptr) return false;
   const QImage image = content->grab().toImage();
   if (image.isNull()) return false;
-  QImageWriter writer(path, "png");
-  return writer.write(image);
+  // Written beside the target and renamed over it: a full disk leaves the old file whole.
+  QSaveFile file(path);
+  if (!file.open(QIODevice::WriteOnly)) return false;
+  QImageWriter writer(&file, "png");
+  if (!writer.write(image)) {
+    file.cancelWriting();
+    return false;
+  }
+  return file.commit();
 }
 
 void arm(QWidget* content, const QString& path) {

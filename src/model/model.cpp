@@ -5,6 +5,7 @@
 #include <unicode/unistr.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 
 #include "env/ctx.h"
@@ -119,7 +120,8 @@ void Model::fail(std::string text) {
 
 std::function<void(std::string)> Model::appender() {
   return [weak = weak_from_this()](std::string line) {
-    if (auto self = weak.lock()) self->append(std::move(line));
+    auto self = weak.lock();
+    if (self && !self->closed_) self->append(std::move(line));
   };
 }
 
@@ -134,6 +136,7 @@ void Model::startRun(const std::vector<std::string>& args, std::optional<std::st
     // A run that was cancelled (or replaced) no longer owns the model's child slot.
     if (!self || run.expired() || run.lock() != self->child_) return;
     self->child_.reset();
+    if (self->closed_) return self->finishClosing();
     self->assign(Field::canCancel, self->canCancel_, false);
     onExit(*self, status);
   };
@@ -154,9 +157,20 @@ void Model::check() {
 }
 
 void Model::startServices() {
+  std::map<std::string, std::string> extraEnv{
+      {"ZORVEL_PORT_OFFSET", std::to_string(Ctx::portOffset())}};
+  // A login shell reads the profile files, and Debian's /etc/profile sets PATH afresh, dropping
+  // the product's own node. bash reads BASH_ENV after them: that script puts it first again,
+  // then hands the user's own BASH_ENV back (and runs it).
+  const std::string serviceEnv = Ctx::resourceDir() + "/" + kServiceEnvScript;
+  if (fileExists(serviceEnv)) {
+    extraEnv.emplace("BASH_ENV", serviceEnv);
+    extraEnv.emplace("KESTRAVINE_NODE_BIN", Ctx::kestravineHome() + "/node/bin");
+    if (const char* own = std::getenv("BASH_ENV"))
+      extraEnv.emplace("KESTRAVINE_USER_BASH_ENV", own);
+  }
   // The exit status is not looked at: whether the services came up is the probe's to decide.
-  startRun(serviceStartArgs(), Ctx::kestravineHome() + "/app",
-           {{"ZORVEL_PORT_OFFSET", std::to_string(Ctx::portOffset())}},
+  startRun(serviceStartArgs(), Ctx::kestravineHome() + "/app", std::move(extraEnv),
            [](Model& self, std::int32_t) { self.openWhenReady(0); });
 }
 
@@ -196,12 +210,15 @@ void Model::openWhenReady(std::int64_t attempt) {
   }
   // The probe's Child is a temporary: it keeps running and reports its exit once dropped.
   Child probe;
+  // "-q" (only read as the first argument) skips the user's curlrc, and "--noproxy" every proxy
+  // variable: a company proxy must not stand between the launcher and 127.0.0.1.
   probe.start(
-      kCurl, {"-fsS", "-o", "/dev/null", "--max-time", "3", applicationAddress()}, std::nullopt, {},
-      [](std::string) {},
+      kCurl,
+      {"-q", "-fsS", "-o", "/dev/null", "--max-time", "3", "--noproxy", "*", applicationAddress()},
+      std::nullopt, {}, [](std::string) {},
       [weak = weak_from_this(), attempt](std::int32_t status) {
         auto self = weak.lock();
-        if (!self) return;
+        if (!self || self->closed_) return;
         if (status != 0) {
           platform().postAfter(kProbePause, [self, attempt] { self->openWhenReady(attempt + 1); });
           return;
@@ -215,7 +232,9 @@ void Model::openWhenReady(std::int64_t attempt) {
 void Model::openAndQuit() {
   auto noOpen = Ctx::env().find("KESTRAVINE_NO_OPEN");
   if (noOpen == Ctx::env().end() || noOpen->second != "1") platform().openUrl(applicationAddress());
-  platform().postAfter(kQuitDelay, [] { platform().quit(); });
+  // A cancelled tree's SIGKILL may still be due (a cancel, retry and quick install): it is
+  // carried out before the launcher ends.
+  platform().postAfter(kQuitDelay, [] { Child::afterPendingKills([] { platform().quit(); }); });
 }
 
 void Model::cancel() {
@@ -224,6 +243,17 @@ void Model::cancel() {
   assign(Field::canCancel, canCancel_, false);
   assign(Field::failure, failure_, std::string(kCancelled));
   assign(Field::phase, phase_, Phase::failed);
+}
+
+void Model::close(std::function<void()> done) {
+  closed_ = true;
+  whenClosed_ = std::move(done);
+  if (!child_) finishClosing();
+}
+
+void Model::finishClosing() {
+  if (whenClosed_) Child::afterPendingKills(std::move(whenClosed_));
+  whenClosed_ = nullptr;
 }
 
 void Model::retry() {

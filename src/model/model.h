@@ -63,12 +63,23 @@ class Model : public std::enable_shared_from_this<Model> {
   // Back from a failure to the install offer.
   void retry();
 
+  // The window has gone away. Nothing further is shown or started, and nothing is stopped: the
+  // running service start or install keeps its output read (and dropped) so that it runs to its
+  // end, and its exit then starts no probe and shows no failure. `done` runs on the main queue
+  // once that command has exited (at once if none runs) and every pending SIGKILL follow-up of
+  // a cancel has been carried out. Called at most once.
+  void close(std::function<void()> done);
+  // The script that a service start's login shell reads through BASH_ENV, in the resource
+  // directory beside install.sh.
+  static constexpr const char* kServiceEnvScript = "service-env.sh";
+
  private:
   void append(std::string line);
   void fail(std::string text);
   void startServices();
   void openWhenReady(std::int64_t attempt);
   void openAndQuit();
+  void finishClosing();
 
   // Starts `child_` anew for a service start or an install; the exit handler runs only for
   // the run it belongs to, so a cancelled run's late exit changes nothing.
@@ -91,6 +102,8 @@ class Model : public std::enable_shared_from_this<Model> {
   std::string failure_;
   bool canCancel_ = false;
   std::shared_ptr<Child> child_;
+  bool closed_ = false;
+  std::function<void()> whenClosed_;
 
   std::vector<std::pair<int, Listener>> listeners_;
   int nextListenerId_ = 0;

@@ -5,6 +5,8 @@
 
 #include <QCoreApplication>
 #include <QDesktopServices>
+#include <QProcess>
+#include <QStandardPaths>
 #include <QThreadPool>
 #include <QTimer>
 #include <QUrl>
@@ -61,7 +63,11 @@ void QtPlatform::runInBackgroundAfter(Delay delay, Task task) {
 
 void QtPlatform::openUrl(const std::string& url) {
   QUrl parsed(QString::fromStdString(url), QUrl::StrictMode);
-  if (parsed.isValid()) QDesktopServices::openUrl(parsed);
+  if (!parsed.isValid() || QDesktopServices::openUrl(parsed)) return;
+  // Qt runs the xdg-open it found as a command line split at blanks, which fails when its
+  // directory's path holds one. Run it directly, with the address as one argument.
+  const QString xdgOpen = QStandardPaths::findExecutable(QStringLiteral("xdg-open"));
+  if (!xdgOpen.isEmpty()) QProcess::startDetached(xdgOpen, {parsed.toString()});
 }
 
 void QtPlatform::quit() {

@@ -33,7 +33,8 @@ class Child {
   // Starts `program` (a path, used as given) with `args` (without the program name), in `cwd`
   // or the launcher's own working directory. The environment is the launcher's, PATH set to
   // <product home>/node/bin:<launcher PATH or /usr/bin:/bin:/usr/sbin:/sbin>, then `extraEnv`
-  // laid over it. stdin is inherited. Lines arrive in output order; the exit status (exit code,
+  // laid over it. stdin is inherited. Lines arrive in output order, a line longer than the
+  // splitter's cap cut there and ending in "…"; the exit status (exit code,
   // or the number of the ending signal) arrives once, in no fixed order with the lines, and
   // lines keep coming for as long as any process holding the output keeps writing. A launch
   // that fails gives exactly the line "起不来：" + program, then exit status 127.
@@ -43,11 +44,17 @@ class Child {
              std::function<void(std::string)> onLine, std::function<void(std::int32_t)> onExit);
 
   // Sends SIGTERM to every descendant of the command and then to the command, and 10 seconds
-  // later SIGKILL to whatever then descends from it, and to it. Does nothing to a command that
-  // never started or has ended; once the command's exit has been reaped, its number is never
-  // signalled again, so a recycled pid is safe. Suppresses no line and no exit report. Blocks
-  // while "/bin/ps" lists the processes.
+  // later SIGKILL to whatever then descends from it, to every process that got the SIGTERM and
+  // is still the same process (whoever its parent is by then), and to the command. Does nothing
+  // to a command that never started or has ended; a recycled pid is never signalled. A process
+  // that detached itself before the cancel is not a descendant and is left alone. Suppresses no
+  // line and no exit report. Blocks while "/bin/ps" lists the processes.
   void cancel();
+
+  // Runs `task` on the main queue once every SIGKILL follow-up scheduled by a cancel, of any
+  // Child, has been carried out; right away (but never from inside this call) if none is
+  // pending. The launcher ends through this, so no cancelled tree outlives it.
+  static void afterPendingKills(std::function<void()> task);
 
   // True from a successful launch on, also after the command has ended.
   bool isRunning() const;

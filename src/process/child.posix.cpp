@@ -16,6 +16,7 @@
 #include "env/plain.h"
 #include "platform/platform.h"
 #include "process/line_splitter.h"
+#include "process/process_identity.h"
 #include "process/process_listing.h"
 #include "process/spawn.h"
 
@@ -30,6 +31,43 @@ constexpr std::size_t kChunkSize = 64 * 1024;
 // would for a terminal: memory stays bounded and no line is dropped.
 constexpr std::size_t kMaxPendingBytes = 1 << 20;
 constexpr std::size_t kTaskOverhead = 96;
+// Ends a line that was cut at the splitter's cap.
+constexpr const char* kCutMark = "\u2026";
+
+// Kill follow-ups scheduled and not yet carried out, process-wide, and who waits for none to
+// be left. The launcher does not end before they have run.
+struct PendingKills {
+  std::mutex mutex;
+  int count = 0;               // guarded by mutex
+  std::vector<Task> whenNone;  // guarded by mutex
+
+  static PendingKills& instance() {
+    static PendingKills& pending = *new PendingKills;  // outlives threads still running at exit
+    return pending;
+  }
+  void add() {
+    std::lock_guard lock(mutex);
+    ++count;
+  }
+  void done() {
+    std::vector<Task> ready;
+    {
+      std::lock_guard lock(mutex);
+      if (--count == 0) ready.swap(whenNone);
+    }
+    for (auto& task : ready) platform().post(std::move(task));
+  }
+  void wait(Task task) {
+    {
+      std::lock_guard lock(mutex);
+      if (count > 0) {
+        whenNone.push_back(std::move(task));
+        return;
+      }
+    }
+    platform().post(std::move(task));
+  }
+};
 
 // Carries lines from the reader to the main queue, with the back-pressure described above.
 class LineDelivery {
@@ -74,8 +112,9 @@ class LineDelivery {
 void readOutput(int fd, std::shared_ptr<LineDelivery> delivery) {
   LineSplitter splitter;
   std::vector<std::string> lines;
-  const LineSplitter::LineSink collect = [&lines](std::string_view raw) {
+  const LineSplitter::LineSink collect = [&lines](std::string_view raw, bool cut) {
     std::string line = plain(raw);
+    if (cut) line += kCutMark;
     if (!line.empty()) lines.push_back(std::move(line));
   };
   std::vector<char> buffer(kChunkSize);
@@ -113,15 +152,34 @@ struct Child::Process {
   std::mutex reapMutex;
   bool reaped = false;  // guarded by reapMutex
 
-  // Signals every current descendant (last listed first), then the process. False, and nothing
-  // sent, once the process has been reaped: its former descendants have new parents by then.
-  bool signalTree(int signal) {
+  // The SIGTERM round: every current descendant (last listed first), then the process. Returns
+  // who got it; nothing is sent once the process has been reaped, since its former descendants
+  // then belong to others.
+  std::optional<std::vector<ProcessIdentity>> terminate() {
     std::lock_guard lock(reapMutex);
-    if (reaped) return false;
+    if (reaped) return std::nullopt;
     std::vector<pid_t> tree = Child::descendants(pid);
-    std::for_each(tree.rbegin(), tree.rend(), [signal](pid_t p) { ::kill(p, signal); });
-    ::kill(pid, signal);
-    return true;
+    std::vector<ProcessIdentity> signalled;
+    std::for_each(tree.rbegin(), tree.rend(), [&signalled](pid_t p) {
+      // The identity is taken before the signal, so it names the process that got it.
+      if (auto identity = ProcessIdentity::of(p)) signalled.push_back(*identity);
+      ::kill(p, SIGTERM);
+    });
+    ::kill(pid, SIGTERM);
+    return signalled;
+  }
+
+  // The SIGKILL follow-up: whatever descends from the process now (a fresh listing: a TERM trap
+  // may have started more), then everything that got the SIGTERM round and still lives, also
+  // when its parent has died and it has been handed to another, then the process.
+  void kill(const std::vector<ProcessIdentity>& terminated) {
+    std::lock_guard lock(reapMutex);
+    if (!reaped) {
+      std::vector<pid_t> tree = Child::descendants(pid);
+      std::for_each(tree.rbegin(), tree.rend(), [](pid_t p) { ::kill(p, SIGKILL); });
+    }
+    for (const auto& identity : terminated) identity.signal(SIGKILL);
+    if (!reaped) ::kill(pid, SIGKILL);
   }
 
   static void watchExit(std::shared_ptr<Process> self, std::function<void(std::int32_t)> onExit) {
@@ -191,9 +249,18 @@ void Child::cancel() {
     killed_ = true;
     if (!runningFlag_) return;
   }
-  if (!proc_->signalTree(SIGTERM)) return;  // already ended and reaped
+  auto terminated = proc_->terminate();
+  if (!terminated) return;  // already ended and reaped
+  PendingKills::instance().add();
   platform().runInBackgroundAfter(std::chrono::duration_cast<Delay>(kKillDelay),
-                                  [proc = proc_] { proc->signalTree(SIGKILL); });
+                                  [proc = proc_, terminated = std::move(*terminated)] {
+                                    proc->kill(terminated);
+                                    PendingKills::instance().done();
+                                  });
+}
+
+void Child::afterPendingKills(Task task) {
+  PendingKills::instance().wait(std::move(task));
 }
 
 bool Child::isRunning() const {

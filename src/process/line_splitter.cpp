@@ -1,34 +1,65 @@
 #include "process/line_splitter.h"
 
-#include <cstring>
-
 #include "env/utf8.h"
 
 namespace kestravine {
 
+namespace {
+
+bool startsCodePoint(char byte) {
+  return (static_cast<unsigned char>(byte) & 0xC0) != 0x80;
+}
+
+}  // namespace
+
 void LineSplitter::feed(std::string_view chunk, const LineSink& sink) {
-  appendUtf8Replacing(buffer_, chunk);
-  std::size_t lineStart = 0;
-  std::size_t pos = scanned_;
-  const char* data = buffer_.data();
-  while (pos < buffer_.size()) {
-    const void* hit = std::memchr(data + pos, '\n', buffer_.size() - pos);
-    if (hit == nullptr) break;
-    const auto lf = static_cast<std::size_t>(static_cast<const char*>(hit) - data);
-    pos = lf + 1;
-    if (lf > lineStart && data[lf - 1] == '\r') continue;  // CR LF: one character, no line end
-    sink(std::string_view(data + lineStart, lf - lineStart));
-    lineStart = lf + 1;
+  decoded_.clear();
+  appendUtf8Replacing(decoded_, chunk);
+  std::string_view rest = decoded_;
+  while (!rest.empty()) {
+    const std::size_t lf = rest.find('\n');
+    if (lf == std::string_view::npos) {
+      take(rest);
+      return;
+    }
+    const bool crLf = lf > 0 ? rest[lf - 1] == '\r' : afterCr_;
+    if (crLf) {  // one character, no line end: the LF stays in the line
+      take(rest.substr(0, lf + 1));
+    } else {
+      take(rest.substr(0, lf));
+      emit(sink);
+    }
+    rest.remove_prefix(lf + 1);
   }
-  // Dropping the finished lines once per chunk keeps the work linear however long a line is.
-  buffer_.erase(0, lineStart);
-  scanned_ = buffer_.size();
 }
 
 void LineSplitter::finish(const LineSink& sink) {
-  if (!buffer_.empty()) sink(buffer_);
-  buffer_.clear();
-  scanned_ = 0;
+  if (!line_.empty()) emit(sink);
+  afterCr_ = false;
+}
+
+void LineSplitter::take(std::string_view text) {
+  if (text.empty()) return;
+  afterCr_ = text.back() == '\r';
+  if (cut_) return;
+  std::size_t end = 0;
+  for (; end < text.size(); ++end) {
+    if (startsCodePoint(text[end]) && characters_++ == kMaxLineCharacters) {
+      cut_ = true;
+      break;
+    }
+  }
+  line_.append(text.substr(0, end));
+}
+
+void LineSplitter::emit(const LineSink& sink) {
+  sink(line_, cut_);
+  line_.clear();
+  // A cut line's buffer had grown to the cap; give that memory back.
+  if (cut_) line_.shrink_to_fit();
+  characters_ = 0;
+  cut_ = false;
+  afterCr_ = false;
 }
 
 }  // namespace kestravine

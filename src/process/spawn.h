@@ -18,8 +18,8 @@ struct SpawnRequest {
 };
 
 // Starts a process; stdin is inherited. Returns its pid, or the errno of a failed launch (no
-// process then exists). Every other descriptor of the launcher is close-on-exec, so the child
-// inherits only the three standard ones. Stateless; any thread.
+// process then exists). The child gets descriptors 0, 1 and 2 only: every other one is closed
+// in it, inherited ones included. Stateless; any thread.
 struct SpawnResult {
   pid_t pid = -1;
   int error = 0;

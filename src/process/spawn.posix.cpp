@@ -56,6 +56,9 @@ SpawnResult spawnProcess(const SpawnRequest& request) {
     posix_spawn_file_actions_adddup2(&a.actions_, request.outputFd, STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&a.actions_, request.outputFd, STDERR_FILENO);
   }
+  // Close-on-exec covers only what the launcher opens itself; whatever it inherited from the
+  // program that started it must not reach the product's long-lived services either.
+  posix_spawn_file_actions_addclosefrom_np(&a.actions_, STDERR_FILENO + 1);
   if (request.cwd) posix_spawn_file_actions_addchdir_np(&a.actions_, request.cwd->c_str());
 
   std::vector<std::string> argvStrings;

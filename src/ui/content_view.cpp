@@ -79,12 +79,25 @@ ContentView::ContentView(QWidget* parent)
   renderTimer_.setSingleShot(true);
   connect(&renderTimer_, &QTimer::timeout, this, [this] { render(); });
   sinceRender_.start();
-  listenerId_ = model_->addListener([this](Model::Field) { scheduleRender(); });
+  // Which arrangement and which buttons are shown changes at once, so that an input event
+  // queued behind the one that changed the phase (the second click of a double click) meets
+  // the new arrangement; lines and status, which may come by the thousand, wait for a frame.
+  listenerId_ = model_->addListener([this](Model::Field field) {
+    if (field == Model::Field::phase || field == Model::Field::canCancel) {
+      render();
+    } else {
+      scheduleRender();
+    }
+  });
   render();
 }
 
 ContentView::~ContentView() {
   model_->removeListener(listenerId_);
+}
+
+void ContentView::closeFlow(std::function<void()> done) {
+  model_->close(std::move(done));
 }
 
 QString ContentView::titleFor(const std::string& headline) {
@@ -133,7 +146,13 @@ void ContentView::render() {
 }
 
 void ContentView::build(Model::Phase phase) {
-  delete arrangement_;
+  if (arrangement_ != nullptr) {
+    // This may run inside a click of a button of the old arrangement: hidden now, it takes no
+    // further input, and it is deleted once that click has been handled.
+    layout()->removeWidget(arrangement_);
+    arrangement_->hide();
+    arrangement_->deleteLater();
+  }
   arrangement_ = new QWidget;
   auto* layout = new QVBoxLayout(arrangement_);
   layout->setContentsMargins(0, 0, 0, 0);

@@ -5,6 +5,7 @@
 #include <QPointer>
 #include <QTimer>
 #include <QWidget>
+#include <functional>
 #include <memory>
 
 #include "model/model.h"
@@ -19,8 +20,9 @@ class LogView;
 // clicks into its operations. When it first appears it brings the window to the front, runs
 // check() and, if asked by KESTRAVINE_LAUNCHER_AUTOSTART=1, starts the install 0.3 s later.
 //
-// Threading: GUI thread only. Model notifications only mark the view dirty; it re-renders at most
-// once per frame however many lines arrive.
+// Threading: GUI thread only. A change of phase or of the cancel offer re-renders at once; other
+// model notifications only mark the view dirty, and it re-renders at most once per frame however
+// many lines arrive.
 class ContentView final : public QWidget {
   Q_OBJECT
 
@@ -29,6 +31,8 @@ class ContentView final : public QWidget {
   ~ContentView() override;
 
   const Model& model() const { return *model_; }
+  // The window has been closed: see Model::close().
+  void closeFlow(std::function<void()> done);
 
   // The title line: the headline when it is not empty, else "Kestravine".
   static QString titleFor(const std::string& headline);

@@ -1,7 +1,7 @@
 // Output cut into arbitrary chunks gives the same lines as the same bytes in one piece: for
 // ASCII exactly the same lines (CR LF pairs split across chunks included); for any bytes the
-// same number of lines, in the same order, the all-ASCII ones unchanged. The first byte of the
-// input chooses the cuts.
+// same number of lines, in the same order, the all-ASCII ones unchanged; and no line is longer
+// than the cap. The first byte of the input chooses the cuts.
 #include <cstdint>
 #include <cstdlib>
 #include <string>
@@ -18,7 +18,14 @@ void check(bool condition) {
 std::vector<std::string> split(std::string_view bytes, const std::vector<std::size_t>& cuts) {
   std::vector<std::string> lines;
   kestravine::LineSplitter splitter;
-  auto sink = [&](std::string_view line) { lines.emplace_back(line); };
+  auto sink = [&](std::string_view line, bool cut) {
+    // No line is ever longer than the cap, and only a line at the cap is cut.
+    std::size_t codePoints = 0;
+    for (unsigned char c : line) codePoints += (c & 0xC0) != 0x80;
+    check(codePoints <= kestravine::LineSplitter::kMaxLineCharacters);
+    check(!cut || codePoints == kestravine::LineSplitter::kMaxLineCharacters);
+    lines.emplace_back(line);
+  };
   std::size_t from = 0;
   for (std::size_t cut : cuts) {
     splitter.feed(bytes.substr(from, cut - from), sink);

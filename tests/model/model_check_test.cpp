@@ -74,5 +74,21 @@ TEST_F(ModelTest, AnyFileNamedAppMeansInstalledAndAFailedStartStillProbes) {
   EXPECT_EQ(server().requests(), 1);
 }
 
+// Debian's /etc/profile sets PATH afresh in the login shell; the product's own npm still wins,
+// and the user's own BASH_ENV still runs.
+TEST_F(ModelTest, ProductNodeComesFirstInTheLoginShell) {
+  writeFile(home() + "/node/bin/npm", "#!/bin/sh\necho \"$*\" > '" + record() + "/npm'\n", true);
+  writeFile(record() + "/own-env", "echo ran >> '" + record() + "/own-env-ran'\n");
+  std::filesystem::create_directories(home() + "/app");
+  server().serve([](int) { return 200; });
+  setenv("BASH_ENV", (record() + "/own-env").c_str(), 1);
+  model->check();
+  unsetenv("BASH_ENV");
+  ASSERT_TRUE(runToEnd());
+  EXPECT_EQ(readFile(record() + "/npm"), "run -s zorvel:up\n");
+  // Every bash the profile files start reads it too, as it would without the launcher.
+  EXPECT_TRUE(readFile(record() + "/own-env-ran").starts_with("ran\n"));
+}
+
 }  // namespace
 }  // namespace kestravine

@@ -1,4 +1,8 @@
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include "env/ctx.h"
 #include "support/http_server.h"
@@ -35,6 +39,36 @@ TEST_F(ProbeTest, HttpErrorsAreNotReadyAndRedirectsAre) {
     EXPECT_EQ(server().requests(), ready ? 1 : 2) << status;
     EXPECT_EQ(model->status(), "打开了。");
   }
+}
+
+TEST_F(ProbeTest, UsersProxySettingsNeverStandBetweenProbeAndApplication) {
+  // A proxy that refuses every connection, bound but not listening.
+  const int proxy = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  ASSERT_EQ(bind(proxy, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  socklen_t length = sizeof address;
+  getsockname(proxy, reinterpret_cast<sockaddr*>(&address), &length);
+  const std::string dead = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+
+  const std::string curlHome = std::string(TEST_SCRATCH) + "/curl-home";
+  writeFile(curlHome + "/.curlrc", "proxy = \"" + dead + "\"\n");
+  const std::string ownHome = std::getenv("HOME");
+  const std::pair<const char*, std::string> table[] = {
+      {"http_proxy", dead}, {"all_proxy", dead}, {"ALL_PROXY", dead}, {"HOME", curlHome}};
+  for (const auto& [name, value] : table) {
+    SetUp();
+    model = Model::create();
+    server().serve([](int) { return 200; });
+    setenv(name, value.c_str(), 1);
+    installAndSucceed();
+    ASSERT_TRUE(runToEnd());
+    name == std::string("HOME") ? setenv("HOME", ownHome.c_str(), 1) : unsetenv(name);
+    EXPECT_EQ(quits(), 1) << name;
+    EXPECT_EQ(server().requests(), 1) << name;
+  }
+  close(proxy);
 }
 
 TEST_F(ProbeTest, GivesUpAfterFortyFiveProbesNamingTheLogFile) {

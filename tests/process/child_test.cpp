@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "env/ctx.h"
+#include "process/line_splitter.h"
 #include "support/child_run.h"
 #include "support/test_platform.h"
 
@@ -108,11 +109,12 @@ TEST(Child, ReleasedChildStillDeliversEverything) {
   EXPECT_THAT(run.got->exits, ElementsAre(4));
 }
 
-TEST(Child, LongLineWithoutLineEndArrivesWhole) {
-  ChildRun run = shell("head -c 50000000 /dev/zero | tr '\\0' x");
-  ASSERT_TRUE(run.waitFor(1));
-  ASSERT_EQ(run.got->lines.size(), 1u);
-  EXPECT_EQ(run.got->lines[0].size(), 50000000u);
+TEST(Child, LongLinesArriveCutAtTheCapAndMarked) {
+  ChildRun run = shell("head -c 50000000 /dev/zero | tr '\\0' x; printf '\\nnext\\n'");
+  ASSERT_TRUE(run.waitFor(2));
+  ASSERT_EQ(run.got->lines.size(), 2u);
+  EXPECT_EQ(run.got->lines[0], std::string(LineSplitter::kMaxLineCharacters, 'x') + "\u2026");
+  EXPECT_EQ(run.got->lines[1], "next");
 }
 
 // Counts lines as they arrive and checks each is the next one expected.
@@ -243,6 +245,55 @@ TEST(ChildCancel, AfterTheEndOrBeforeTheStartSignalsNothing) {
   ended.child->cancel();
   neverStarted.cancel();
   EXPECT_EQ(platform().pendingTimers(), timersBefore);
+}
+
+TEST(Child, OnlyTheThreeStandardDescriptorsReachTheCommand) {
+  // Descriptors the launcher inherited from whoever started it are not close-on-exec.
+  const int inherited[] = {dup2(STDIN_FILENO, 9), fcntl(STDIN_FILENO, F_DUPFD, 200)};
+  for (int fd : inherited) {
+    ASSERT_GE(fd, 0);
+    ChildRun run = shell(
+        "for fd in 0 1 2 $0; do [ -e /proc/$$/fd/$fd ] && echo \"$fd open\" "
+        "|| echo \"$fd closed\"; done",
+        std::to_string(fd));
+    ASSERT_TRUE(run.waitFor(4));
+    EXPECT_THAT(run.got->lines,
+                ElementsAre("0 open", "1 open", "2 open", std::to_string(fd) + " closed"));
+    close(fd);
+  }
+}
+
+TEST(ChildCancel, FollowUpKillsWhatGotSigtermAlsoAfterItsParentDied) {
+  // The command dies of SIGTERM; its child ignores SIGTERM and is handed to another parent.
+  ChildRun run(helper(), {"tree", "n", "t"});
+  ASSERT_TRUE(platform().runUntil([&] { return run.got->lines.size() == 2; }));
+  const std::vector<pid_t> pids = pidsOf(run.got->lines);
+  run.child->cancel();
+  ASSERT_TRUE(run.waitFor());
+  EXPECT_THAT(run.got->exits, ElementsAre(15));
+  EXPECT_TRUE(Child::descendants(pids[0]).empty());  // no longer below the command
+  EXPECT_FALSE(isGone(pids[1]));
+  platform().advance(std::chrono::seconds(10));
+  EXPECT_TRUE(waitAllGone(pids));
+}
+
+TEST(ChildCancel, PendingFollowUpsHoldBackWhatWaitsForThem) {
+  bool ran = false;
+  Child::afterPendingKills([&] { ran = true; });
+  EXPECT_FALSE(ran);  // never from inside the call
+  ASSERT_TRUE(platform().runUntil([&] { return ran; }));
+
+  ChildRun run(helper(), {"tree", "t", ""});
+  ASSERT_TRUE(platform().runUntil([&] { return !run.got->lines.empty(); }));
+  run.child->cancel();
+  ran = false;
+  Child::afterPendingKills([&] { ran = true; });
+  platform().advance(std::chrono::milliseconds(9999));  // runs what is due, and drains
+  EXPECT_FALSE(ran);
+  platform().advance(std::chrono::milliseconds(1));
+  ASSERT_TRUE(platform().runUntil([&] { return ran; }));
+  ASSERT_TRUE(run.waitFor());
+  EXPECT_THAT(run.got->exits, ElementsAre(9));
 }
 
 }  // namespace

@@ -5,16 +5,26 @@
 namespace kestravine {
 namespace {
 
-std::vector<std::string> split(const std::vector<std::string>& chunks) {
-  std::vector<std::string> lines;
+using Lines = std::vector<std::string>;
+constexpr std::size_t kCap = LineSplitter::kMaxLineCharacters;
+
+// Lines as delivered, a cut one marked with a trailing "|cut".
+Lines split(const std::vector<std::string>& chunks) {
+  Lines lines;
   LineSplitter splitter;
-  auto sink = [&](std::string_view line) { lines.emplace_back(line); };
+  auto sink = [&](std::string_view line, bool cut) {
+    lines.push_back(std::string(line) + (cut ? "|cut" : ""));
+  };
   for (const auto& chunk : chunks) splitter.feed(chunk, sink);
   splitter.finish(sink);
   return lines;
 }
 
-using Lines = std::vector<std::string>;
+std::string times(std::size_t n, const std::string& unit) {
+  std::string s;
+  for (std::size_t i = 0; i < n; ++i) s += unit;
+  return s;
+}
 
 TEST(LineSplitter, SplitsAtBareLineFeedsAcrossChunks) {
   const std::pair<std::vector<std::string>, Lines> table[] = {
@@ -35,13 +45,33 @@ TEST(LineSplitter, SplitsAtBareLineFeedsAcrossChunks) {
   for (const auto& [chunks, expected] : table) EXPECT_EQ(split(chunks), expected);
 }
 
-TEST(LineSplitter, KeepsOnlyTheUnfinishedTail) {
+TEST(LineSplitter, CutsLongLinesAtTheCapInCodePoints) {
+  const std::string full = times(kCap, "a");
+  const std::string han = times(kCap, "\u4e2d");
+  const std::pair<std::vector<std::string>, Lines> table[] = {
+      {{full + "\nb\n"}, {full, "b"}},                          // exactly at the cap: whole
+      {{full + "x\nb\n"}, {full + "|cut", "b"}},                // one more: cut
+      {{full.substr(1), "axy", "z\nb"}, {full + "|cut", "b"}},  // cap reached inside a chunk
+      {{han + "\u4e2d\n"}, {han + "|cut"}},                     // counted in code points, not bytes
+      {{full + "x\r", "\nstill the cut line\nb"}, {full + "|cut", "b"}},  // CR LF while dropping
+      {{full + "x"}, {full + "|cut"}},  // cut line at the end of output
+  };
+  for (const auto& [chunks, expected] : table) EXPECT_EQ(split(chunks), expected);
+}
+
+TEST(LineSplitter, HoldsOnlyTheUnfinishedLineUpToTheCap) {
   LineSplitter splitter;
   std::size_t count = 0;
-  auto sink = [&](std::string_view) { ++count; };
+  auto sink = [&](std::string_view, bool) { ++count; };
   for (int i = 0; i < 1000; ++i) splitter.feed("line\nline\npart", sink);
   EXPECT_EQ(count, 2000u);  // each "part" joins the next chunk's first line
   EXPECT_EQ(splitter.bufferedBytes(), 4u);
+
+  // Endless output without a line end: what is held never grows past the cap.
+  const std::string chunk(65536, 'y');
+  for (int i = 0; i < 200; ++i) splitter.feed(chunk, sink);
+  EXPECT_EQ(splitter.bufferedBytes(), kCap);
+  EXPECT_EQ(count, 2000u);
 }
 
 }  // namespace

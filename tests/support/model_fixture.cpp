@@ -64,6 +64,8 @@ void ModelTest::SetUp() {
   resetDirectory(home());
   resetDirectory(resources());
   resetDirectory(record());
+  // Laid out as the launcher ships: the service start's BASH_ENV script beside install.sh.
+  fs::copy_file(SERVICE_ENV_SCRIPT, resources() + "/" + Model::kServiceEnvScript);
   quitsBefore_ = platform().quitCount();
 }
 

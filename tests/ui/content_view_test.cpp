@@ -65,7 +65,12 @@ class ContentViewTest : public testing::ModelTest {
     waitFor([&] { return (found = button(text)) != nullptr; });
     return found;
   }
-  QToolButton* detailsToggle() const { return view->findChild<QToolButton*>("detailsToggle"); }
+  QToolButton* detailsToggle() const {
+    for (auto* toggle : shown<QToolButton>()) {
+      if (toggle->objectName() == "detailsToggle") return toggle;
+    }
+    return nullptr;
+  }
   void pressReturn() {
     QKeyEvent press(QEvent::KeyPress, Qt::Key_Return, Qt::NoModifier);
     QKeyEvent release(QEvent::KeyRelease, Qt::Key_Return, Qt::NoModifier);

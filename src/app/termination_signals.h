@@ -1,0 +1,19 @@
+#pragma once
+
+#include <QObject>
+#include <functional>
+
+namespace kestravine {
+
+// SIGTERM, SIGINT and SIGHUP taken like the user's close of the window: the signal handler only
+// writes the signal's number to a pipe, and `onSignal` runs when the event loop reads it. A
+// second signal ends the process at once, by that signal's default action.
+//
+// Threading: create once, on the GUI thread, after the QApplication; `onSignal` runs there.
+// The handlers stay installed for the life of the process.
+class TerminationSignals final : public QObject {
+ public:
+  explicit TerminationSignals(std::function<void()> onSignal, QObject* parent = nullptr);
+};
+
+}  // namespace kestravine

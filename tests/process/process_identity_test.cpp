@@ -1,0 +1,46 @@
+#include "process/process_identity.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "process/spawn.h"
+
+namespace kestravine {
+namespace {
+
+TEST(ProcessIdentity, StartTimeIsField22AfterTheCommandName) {
+  const std::string tail = " S 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 424242 99 100\n";
+  const std::pair<std::string, std::optional<std::uint64_t>> table[] = {
+      {"17 (sleep)" + tail, 424242},
+      {"17 (a) (b c) d)" + tail, 424242},  // the name may hold blanks and parentheses
+      {"17 (sleep) S 1 2 3", std::nullopt},
+      {"no parenthesis at all", std::nullopt},
+      {"", std::nullopt},
+  };
+  for (const auto& [stat, expected] : table) {
+    EXPECT_EQ(ProcessIdentity::startTimeInStat(stat), expected) << stat;
+  }
+}
+
+TEST(ProcessIdentity, SignalsOnlyTheSameProcess) {
+  SpawnResult sleeper = spawnProcess({"/bin/sleep", {"1000"}, std::nullopt, std::nullopt, -1});
+  ASSERT_GT(sleeper.pid, 0);
+  auto identity = ProcessIdentity::of(sleeper.pid);
+  ASSERT_TRUE(identity.has_value());
+  EXPECT_EQ(identity, ProcessIdentity::of(sleeper.pid));
+
+  // Another process that had this pid before, or will have it after: not signalled.
+  for (auto startTime : {identity->startTime - 1, identity->startTime + 1}) {
+    EXPECT_FALSE((ProcessIdentity{sleeper.pid, startTime}.signal(SIGKILL)));
+  }
+  EXPECT_EQ(waitpid(sleeper.pid, nullptr, WNOHANG), 0);  // still running
+  EXPECT_TRUE(identity->signal(SIGKILL));
+  EXPECT_EQ(waitForExit(sleeper.pid), SIGKILL);
+  EXPECT_FALSE(identity->signal(SIGKILL));  // reaped: nobody has it
+  EXPECT_FALSE(ProcessIdentity::of(sleeper.pid).has_value());
+}
+
+}  // namespace
+}  // namespace kestravine
