@@ -28,7 +28,7 @@ mkdir -p "$out"
 out=$(cd "$out" && pwd)
 
 lines=1000000
-. "$here/xvfb.sh"
+. "$here/../tools/xvfb.sh"
 tmp=$(mktemp -d)
 xvfb_pid=""
 cleanup() {

@@ -20,7 +20,7 @@ for tool in Xvfb zenity yad cc awk; do
 done
 echo '#include <xcb/xcb.h>' | cc -E -x c - >/dev/null 2>&1 || die "missing xcb headers (Debian: libxcb1-dev)"
 
-. "$here/xvfb.sh"
+. "$here/../tools/xvfb.sh"
 tmp=$(mktemp -d)
 xvfb_pid=""
 cleanup() {

@@ -8,7 +8,7 @@ packages=(
   libicu-dev googletest libgtest-dev libgmock-dev libcpp-httplib-dev
   qt6-base-dev libgl-dev
   curl procps bash
-  xvfb xauth x11-apps imagemagick openbox xdotool
+  xvfb xauth x11-apps x11-utils imagemagick openbox xdotool
   fonts-wqy-microhei
   zenity yad time libxcb1-dev
   desktop-file-utils

@@ -1,12 +1,14 @@
 #!/usr/bin/env bash
 # The real launcher in a real window on Xvfb: installs the demo product by itself, waits for it
 # to answer, asks the desktop to open it (a stub xdg-open records the address) and ends about
-# 0.8 s later with status 0.
+# 0.8 s later with status 0. The stub lies in a directory whose path holds a blank, which Qt's
+# own way of running xdg-open cannot start.
 set -euo pipefail
 launcher=$1
 scratch=$2
 rm -rf "$scratch"
-mkdir -p "$scratch/bin" "$scratch/home dir"
+bin="$scratch/with blank/bin"
+mkdir -p "$bin" "$scratch/home dir"
 home="$scratch/home dir"
 
 stop_product() {
@@ -14,11 +16,11 @@ stop_product() {
 }
 trap stop_product EXIT
 
-cat >"$scratch/bin/xdg-open" <<STUB
+cat >"$bin/xdg-open" <<STUB
 #!/bin/sh
 printf '%s %s\n' "\$(date +%s%N)" "\$1" >>'$scratch/opened'
 STUB
-chmod +x "$scratch/bin/xdg-open"
+chmod +x "$bin/xdg-open"
 
 # A port offset whose port nobody listens on.
 for _ in $(seq 1 50); do
@@ -28,7 +30,7 @@ done
 port=$((5199 + offset))
 
 status=0
-PATH="$scratch/bin:$PATH" KESTRAVINE_HOME="$home" ZORVEL_PORT_OFFSET=$offset \
+PATH="$bin:$PATH" KESTRAVINE_HOME="$home" ZORVEL_PORT_OFFSET=$offset \
   KESTRAVINE_LAUNCHER_AUTOSTART=1 QT_QPA_PLATFORM=xcb \
   timeout 120 xvfb-run -a "$launcher" || status=$?
 ended=$(date +%s%N)

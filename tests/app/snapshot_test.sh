@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Snapshot mode of the real launcher, without a display: a PNG of the whole 440x320 content
 # (times the pixel ratio) about 4 s after start, then exit 0; a path in a missing directory
-# writes nothing and still ends.
+# writes nothing and still ends; a disk that fills up while it writes leaves the old file whole.
 set -euo pipefail
 launcher=$1
 scratch=$2
@@ -27,3 +27,13 @@ echo "snapshot ${width}x${height} after ${elapsed_ms} ms"
 KESTRAVINE_LAUNCHER_SHOT="$scratch/missing/shot.png" timeout 60 "$launcher"
 [[ ! -e $scratch/missing ]] || { echo "wrote into a missing directory"; exit 1; }
 echo "missing directory: nothing written, exit 0"
+
+# A full disk, as a file size limit: writing fails part way (EFBIG rather than a signal).
+printf 'earlier picture' >"$scratch/old.png"
+(
+  trap '' XFSZ
+  ulimit -f 1
+  KESTRAVINE_LAUNCHER_SHOT="$scratch/old.png" timeout 60 "$launcher"
+) || { echo "a failed write made the launcher fail"; exit 1; }
+[[ $(cat "$scratch/old.png") == 'earlier picture' ]] || { echo "the old file was damaged"; exit 1; }
+echo "full disk: the old file stays whole, exit 0"

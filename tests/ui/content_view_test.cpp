@@ -8,6 +8,7 @@
 #include <QKeyEvent>
 #include <QLabel>
 #include <QPushButton>
+#include <QTest>
 #include <QToolButton>
 
 #include "support/model_fixture.h"
@@ -133,6 +134,22 @@ TEST_F(ContentViewTest, InstallCancelDetailsAndRetry) {
   ASSERT_NE(waitButton("安装并打开"), nullptr);
   EXPECT_EQ(view->model().phase(), Phase::ready);
   EXPECT_TRUE(view->model().lines().empty());
+}
+
+// Both clicks of a double click reach the window before the launcher has done anything with
+// the first; the second must meet the working arrangement, not the install button.
+TEST_F(ContentViewTest, DoubleClickOnInstallStartsOneScript) {
+  prepareInstall("exec sleep 100");
+  view->show();
+  QPushButton* install = waitButton("安装并打开");
+  ASSERT_NE(install, nullptr);
+  QWindow* window = view->window()->windowHandle();
+  ASSERT_NE(window, nullptr);
+  const QPoint at = install->mapTo(view->window(), install->rect().center());
+  QTest::mouseClick(window, Qt::LeftButton, {}, at);
+  QTest::mouseDClick(window, Qt::LeftButton, {}, at);
+  EXPECT_EQ(testing::liveDescendants().size(), 1u);  // scripts start inside the click
+  EXPECT_EQ(buttons(), (std::vector<QString>{"取消"}));
 }
 
 TEST_F(ContentViewTest, WhileProbingThereIsNoCancelRow) {

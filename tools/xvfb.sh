@@ -1,4 +1,4 @@
-# Sourced by the benchmarks: starts a private Xvfb and points DISPLAY at it. Needs $tmp (a
+# Sourced by benchmarks and tests: starts a private Xvfb and points DISPLAY at it. Needs $tmp (a
 # scratch folder) and die(); the caller's cleanup calls stop_xvfb.
 #
 # -displayfd: Xvfb picks a free display itself and writes its number once it accepts clients.
@@ -15,8 +15,22 @@ start_xvfb() {
   unset WAYLAND_DISPLAY
 }
 
+# A window manager on it, for tests in which the window is closed the way a user closes it
+# (openbox binds Alt+F4 to Close). Returns once it has taken over the screen.
+start_openbox() {
+  openbox --sm-disable >"$tmp/openbox.log" 2>&1 &
+  openbox_pid=$!
+  local i
+  for i in $(seq 1 200); do
+    xprop -root _NET_SUPPORTING_WM_CHECK 2>/dev/null | grep -q 'window id' && return 0
+    sleep 0.05
+  done
+  die "openbox did not start"
+}
+
 # For the caller's cleanup: stops the server, if one was started.
 stop_xvfb() {
+  if [ -n "${openbox_pid:-}" ]; then kill "$openbox_pid" 2>/dev/null || true; fi
   if [ -n "${xvfb_pid:-}" ]; then
     kill "$xvfb_pid" 2>/dev/null || true
     wait "$xvfb_pid" 2>/dev/null || true
