@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
-# Renders the launcher's four arrangements into docs/screenshots/ with snapshot mode (the
-# checking one, which only lasts until the check, with tools/render_checking). Needs a build.
+# Renders the launcher's arrangements into docs/screenshots/: the four of them, the failed one
+# with its details expanded, one in a dark palette and one at scale 2. Snapshot mode shows what
+# it can; tools/render_view the rest (the checking arrangement, which only lasts until the check,
+# and what needs a click or a palette). Needs a build.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 out=docs/screenshots
@@ -9,14 +11,14 @@ trap 'pkill -f "$work/" 2>/dev/null || true; rm -rf "$work"' EXIT
 export QT_QPA_PLATFORM=offscreen
 mkdir -p "$out"
 
-build/bin/render_checking "$out/checking.png"
+build/bin/render_view "$out/checking.png" --before-check
 KESTRAVINE_HOME="$work/empty" KESTRAVINE_LAUNCHER_SHOT="$out/ready.png" build/bin/kestravine-launcher
 
-# A layout of our own, so the launcher finds scripted install steps beside it.
-shoot() {
+# A layout of our own, so that the program finds scripted install steps beside it.
+layout() {
   local name=$1 ending=$2
   mkdir -p "$work/$name/bin" "$work/$name/share/kestravine"
-  cp build/bin/kestravine-launcher "$work/$name/bin/"
+  cp build/bin/kestravine-launcher build/bin/render_view "$work/$name/bin/"
   : >"$work/$name/share/kestravine/kestravine-0.1.0.tar.gz"
   cat >"$work/$name/share/kestravine/install.sh" <<SCRIPT
 for f in app/package.json app/server.js app/up.js app/down.js app/common.js; do
@@ -26,9 +28,19 @@ printf '      \e[32m✓\e[0m 校验通过（5 个文件）\n'
 printf '\e[36m[5/6]\e[0m \e[1m启动 Varnholt\e[0m：http://127.0.0.1:5199/home/\n'
 $ending
 SCRIPT
-  KESTRAVINE_HOME="$work/$name/home" KESTRAVINE_LAUNCHER_AUTOSTART=1 \
-    KESTRAVINE_LAUNCHER_SHOT="$out/$name.png" "$work/$name/bin/kestravine-launcher"
 }
-shoot working 'exec sleep 30'
-shoot failed 'echo "端口 5199 已被占用" >&2; exit 1'
+shoot() {
+  local name=$1 layout=$2
+  shift 2
+  KESTRAVINE_HOME="$work/$layout/home-$name" KESTRAVINE_LAUNCHER_AUTOSTART=1 \
+    KESTRAVINE_LAUNCHER_SHOT="$out/$name.png" "$@"
+}
+layout working 'exec sleep 30'
+layout failed 'echo "端口 5199 已被占用" >&2; exit 1'
+shoot working working "$work/working/bin/kestravine-launcher"
+shoot failed failed "$work/failed/bin/kestravine-launcher"
+shoot working-scale-2 working env QT_SCALE_FACTOR=2 "$work/working/bin/kestravine-launcher"
+shoot failed-details failed "$work/failed/bin/render_view" "$out/failed-details.png" --expand-details
+shoot failed-details-dark failed "$work/failed/bin/render_view" "$out/failed-details-dark.png" \
+  --expand-details --dark
 ls -l "$out"

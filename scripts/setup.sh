@@ -9,7 +9,7 @@ packages=(
   qt6-base-dev libgl-dev
   curl procps bash
   xvfb xauth x11-apps x11-utils imagemagick openbox xdotool
-  fonts-wqy-microhei
+  fonts-noto-cjk libqt6svg6
   zenity yad time libxcb1-dev
   desktop-file-utils
 )

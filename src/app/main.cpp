@@ -2,6 +2,7 @@
 // snapshot mode. Returns 0 when the window closes (once a running command has ended), the
 // launcher opened the application, or a snapshot was taken; 1 when there is no display.
 #include <QApplication>
+#include <QIcon>
 #include <cstdio>
 #include <string_view>
 
@@ -37,6 +38,9 @@ int main(int argc, char** argv) {
   QApplication app(argc, argv);
   QApplication::setApplicationName(QStringLiteral("Kestravine"));
   QApplication::setDesktopFileName(QStringLiteral("kestravine-launcher"));
+  QApplication::setWindowIcon(
+      QIcon::fromTheme(QStringLiteral("kestravine-launcher"),
+                       QIcon(QStringLiteral(":/icons/kestravine-launcher.svg"))));
   // The window's close decides when the launcher ends: after a running command, not at once.
   QApplication::setQuitOnLastWindowClosed(false);
   // Never destroyed: output readers still running when the application ends may yet post.

@@ -106,6 +106,7 @@ void Model::notify(Field field) {
 
 void Model::append(std::string line) {
   lines_.push_back(line);
+  ++linesAppended_;
   // At most one entry over the limit after a single append: O(1) from the front of the deque.
   while (lines_.size() > kMaxLines) lines_.pop_front();
   notify(Field::lines);

@@ -46,6 +46,10 @@ class Model : public std::enable_shared_from_this<Model> {
   const std::string& status() const { return status_; }
   // The last output lines, oldest first, never more than kMaxLines.
   const std::deque<std::string>& lines() const { return lines_; }
+  // How many lines were ever appended. It numbers them: lines()[i] is line number
+  // linesAppended() - lines().size() + i, and a number always stands for the same text, so a
+  // view can keep what it worked out for a line while the line moves up the list.
+  std::uint64_t linesAppended() const { return linesAppended_; }
   const std::string& failure() const { return failure_; }
   bool canCancel() const { return canCancel_; }
 
@@ -99,6 +103,7 @@ class Model : public std::enable_shared_from_this<Model> {
   std::string headline_;
   std::string status_;
   std::deque<std::string> lines_;
+  std::uint64_t linesAppended_ = 0;
   std::string failure_;
   bool canCancel_ = false;
   std::shared_ptr<Child> child_;

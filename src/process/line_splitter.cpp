@@ -27,14 +27,14 @@ void LineSplitter::feed(std::string_view chunk, const LineSink& sink) {
       take(rest.substr(0, lf + 1));
     } else {
       take(rest.substr(0, lf));
-      emit(sink);
+      deliver(sink);
     }
     rest.remove_prefix(lf + 1);
   }
 }
 
 void LineSplitter::finish(const LineSink& sink) {
-  if (!line_.empty()) emit(sink);
+  if (!line_.empty()) deliver(sink);
   afterCr_ = false;
 }
 
@@ -52,7 +52,7 @@ void LineSplitter::take(std::string_view text) {
   line_.append(text.substr(0, end));
 }
 
-void LineSplitter::emit(const LineSink& sink) {
+void LineSplitter::deliver(const LineSink& sink) {
   sink(line_, cut_);
   line_.clear();
   // A cut line's buffer had grown to the cap; give that memory back.

@@ -32,7 +32,7 @@ class LineSplitter {
  private:
   // Adds text of the current line, as much as the cap leaves room for.
   void take(std::string_view text);
-  void emit(const LineSink& sink);
+  void deliver(const LineSink& sink);
 
   std::string decoded_;  // the current chunk as valid UTF-8
   std::string line_;     // the current line, at most kMaxLineCharacters code points

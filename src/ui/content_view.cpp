@@ -7,11 +7,13 @@
 #include <QPushButton>
 #include <QShortcut>
 #include <QTextLayout>
-#include <QToolButton>
 #include <QVBoxLayout>
 
 #include "env/ctx.h"
 #include "platform/platform.h"
+#include "ui/accessibility.h"
+#include "ui/disclosure_button.h"
+#include "ui/focus_ring.h"
 #include "ui/log_view.h"
 #include "ui/style.h"
 
@@ -29,23 +31,71 @@ constexpr int kFrameMilliseconds = 16;
 constexpr Delay kAutostartDelay{300};
 // Status text past this many bytes can never show within two lines; converting and measuring it
 // all (a command may print a line of many megabytes) would only stall the window.
-constexpr std::size_t kStatusBytes = 4096;
+constexpr std::size_t kStatusBytes = 2048;
 
 QString text(const char* key) {
   return QCoreApplication::translate("ContentView", key);
 }
 
-QLabel* label(const QString& content, const QFont& font, const QColor& colour, bool wrap) {
+// Text colours by role; a label keeps its role, so that a change of theme recolours it.
+enum class Role { primary, secondary, tertiary };
+const char* const kRoleProperty = "kestravineTextRole";
+
+QColor colourFor(Role role, const QPalette& palette) {
+  switch (role) {
+    case Role::primary:
+      return style::primary(palette);
+    case Role::secondary:
+      return style::secondary(palette);
+    case Role::tertiary:
+      break;
+  }
+  return style::tertiary(palette);
+}
+
+void colour(QLabel* l, const QPalette& from) {
+  QPalette palette = l->palette();
+  palette.setColor(QPalette::WindowText,
+                   colourFor(static_cast<Role>(l->property(kRoleProperty).toInt()), from));
+  l->setPalette(palette);
+}
+
+QLabel* label(const QString& content, const QFont& font, Role role, bool wrap,
+              const QPalette& palette) {
   auto* l = new QLabel(content);
   l->setTextFormat(Qt::PlainText);
   l->setFont(font);
-  QPalette palette = l->palette();
-  palette.setColor(QPalette::WindowText, colour);
-  l->setPalette(palette);
+  l->setProperty(kRoleProperty, static_cast<int>(role));
+  colour(l, palette);
   l->setWordWrap(wrap);
   l->setAlignment(Qt::AlignLeft | Qt::AlignTop);
   return l;
 }
+
+QPushButton* pushButton(const QString& title) {
+  auto* button = new QPushButton(title);
+  button->setAutoDefault(false);
+  button->setStyle(focus_ring::buttonStyle());
+  return button;
+}
+
+// The column of title and arrangement. It takes the height its content needs, at least the
+// window's, and is never squeezed: content taller than the window is clipped at its bottom
+// edge, with every element at its own size.
+class Column final : public QWidget {
+ public:
+  using QWidget::QWidget;
+
+ protected:
+  bool event(QEvent* event) override {
+    if (event->type() == QEvent::LayoutRequest && layout() != nullptr) {
+      const int needed = layout()->hasHeightForWidth() ? layout()->totalHeightForWidth(kWidth)
+                                                       : layout()->totalSizeHint().height();
+      resize(kWidth, std::max(kHeight, needed));
+    }
+    return QWidget::event(event);
+  }
+};
 
 // A row holding one button, at the leading or the trailing edge.
 QWidget* buttonRow(QPushButton* button, bool leading) {
@@ -67,13 +117,19 @@ bool exists(const std::string& path) {
 
 ContentView::ContentView(QWidget* parent)
     : QWidget(parent), model_(Model::create()), title_(nullptr) {
+  accessibility::install();
   setFixedSize(kWidth, kHeight);
-  auto* layout = new QVBoxLayout(this);
+  // Takes the focus whenever an arrangement appears, so that no button has it (Space and Return
+  // then do nothing), while Tab still reaches every button.
+  setFocusPolicy(Qt::ClickFocus);
+  column_ = new Column(this);
+  column_->setGeometry(0, 0, kWidth, kHeight);
+  auto* layout = new QVBoxLayout(column_);
   layout->setContentsMargins(kMargin, kMargin, kMargin, kMargin);
   layout->setSpacing(kGap);
   // Anchored at the top: the space left over goes below the content.
   layout->addStretch(1);
-  title_ = label({}, style::systemFont(19, QFont::Medium), style::primary(palette()), true);
+  title_ = label({}, style::systemFont(19, QFont::DemiBold), Role::primary, true, palette());
   layout->insertWidget(0, title_);
 
   renderTimer_.setSingleShot(true);
@@ -141,7 +197,7 @@ void ContentView::render() {
     status_->setText(elided(shown, status_->font(), kWidth - 2 * kMargin, 2));
   }
   if (failure_) failure_->setText(QString::fromStdString(model_->failure()));
-  if (log_) log_->setLines(model_->lines());
+  if (log_) log_->setLines(model_->lines(), firstLineNumber());
   if (cancelRow_) cancelRow_->setVisible(model_->canCancel());
 }
 
@@ -149,7 +205,7 @@ void ContentView::build(Model::Phase phase) {
   if (arrangement_ != nullptr) {
     // This may run inside a click of a button of the old arrangement: hidden now, it takes no
     // further input, and it is deleted once that click has been handled.
-    layout()->removeWidget(arrangement_);
+    column_->layout()->removeWidget(arrangement_);
     arrangement_->hide();
     arrangement_->deleteLater();
   }
@@ -172,41 +228,40 @@ void ContentView::build(Model::Phase phase) {
       buildFailed();
       break;
   }
-  static_cast<QVBoxLayout*>(QWidget::layout())->insertWidget(1, arrangement_);
+  static_cast<QVBoxLayout*>(column_->layout())->insertWidget(1, arrangement_);
   // Shown now rather than on the layout's queued show, so no frame lacks the arrangement.
   arrangement_->show();
+  setFocus(Qt::OtherFocusReason);
 }
 
 void ContentView::buildChecking() {
   arrangement_->layout()->addWidget(
-      label(text("看一眼这台 Mac。"), font(), style::secondary(palette()), false));
+      label(text("看一眼这台 Mac。"), style::systemFont(13), Role::secondary, false, palette()));
 }
 
 void ContentView::buildReady() {
   auto* layout = arrangement_->layout();
   layout->addWidget(label(text("数据只在这台 Mac 上，不上传。装好以后双击它就能进Varnholt。"),
-                          style::systemFont(12.5), style::secondary(palette()), true));
-  auto* install = new QPushButton(text("安装并打开"));
-  install->setAutoDefault(false);
+                          style::systemFont(12.5), Role::secondary, true, palette()));
+  auto* install = pushButton(text("安装并打开"));
   // The large control size.
   install->setMinimumHeight(install->sizeHint().height() + 8);
   install->setMinimumWidth(install->sizeHint().width() + 16);
   connect(install, &QPushButton::clicked, this, [this] { model_->install(); });
   layout->addWidget(buttonRow(install, true));
   layout->addWidget(label(text("约 3—5 分钟，看网络。要一个 Claude 账号；不用另外填钥匙。"),
-                          style::systemFont(11), style::tertiary(palette()), false));
+                          style::systemFont(11), Role::tertiary, false, palette()));
 }
 
 void ContentView::buildWorking() {
   auto* layout = arrangement_->layout();
-  status_ = label({}, style::systemFont(12.5), style::secondary(palette()), false);
+  status_ = label({}, style::systemFont(12.5), Role::secondary, false, palette());
   status_->setFixedWidth(kWidth - 2 * kMargin);
   layout->addWidget(status_);
   log_ = new LogView;
   log_->setFixedHeight(kWorkingLogHeight);
   layout->addWidget(log_);
-  auto* cancel = new QPushButton(text("取消"));
-  cancel->setAutoDefault(false);
+  auto* cancel = pushButton(text("取消"));
   connect(cancel, &QPushButton::clicked, this, [this] { model_->cancel(); });
   cancelRow_ = buttonRow(cancel, false);
   layout->addWidget(cancelRow_);
@@ -214,7 +269,7 @@ void ContentView::buildWorking() {
 
 void ContentView::buildFailed() {
   auto* layout = arrangement_->layout();
-  failure_ = label({}, style::systemFont(12.5), style::primary(palette()), true);
+  failure_ = label({}, style::systemFont(12.5), Role::primary, true, palette());
   layout->addWidget(failure_);
 
   details_ = new QWidget;
@@ -222,18 +277,12 @@ void ContentView::buildFailed() {
   auto* detailsLayout = new QVBoxLayout(details_);
   detailsLayout->setContentsMargins(0, 0, 0, 0);
   detailsLayout->setSpacing(6);
-  auto* toggle = new QToolButton;
-  toggle->setObjectName("detailsToggle");
-  toggle->setText(text("详情"));
-  toggle->setCheckable(true);
-  toggle->setAutoRaise(true);
-  toggle->setArrowType(Qt::RightArrow);
-  toggle->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
-  connect(toggle, &QToolButton::toggled, this, [this](bool on) { setDetailsExpanded(on); });
-  detailsLayout->addWidget(toggle);
+  auto* toggle = new DisclosureButton(text("详情"));
+  connect(toggle, &QAbstractButton::toggled, this, [this](bool on) { setDetailsExpanded(on); });
+  detailsLayout->addWidget(toggle, 0, Qt::AlignLeft);
   layout->addWidget(details_);
 
-  auto* retry = new QPushButton(text("再试一次"));
+  auto* retry = pushButton(text("再试一次"));
   retry->setDefault(true);
   connect(retry, &QPushButton::clicked, this, [this] { model_->retry(); });
   layout->addWidget(buttonRow(retry, true));
@@ -246,8 +295,6 @@ void ContentView::buildFailed() {
 }
 
 void ContentView::setDetailsExpanded(bool expanded) {
-  auto* toggle = details_->findChild<QToolButton*>("detailsToggle");
-  toggle->setArrowType(expanded ? Qt::DownArrow : Qt::RightArrow);
   // Collapsing discards the box; expanding builds it afresh, starting at the top.
   delete log_;
   if (expanded) {
@@ -255,9 +302,21 @@ void ContentView::setDetailsExpanded(bool expanded) {
     log_->setFixedHeight(kDetailsLogHeight);
     details_->layout()->addWidget(log_);
     log_->show();
-    log_->setLines(model_->lines());
+    log_->setLines(model_->lines(), firstLineNumber());
   }
   render();
+}
+
+std::uint64_t ContentView::firstLineNumber() const {
+  return model_->linesAppended() - model_->lines().size();
+}
+
+void ContentView::changeEvent(QEvent* event) {
+  QWidget::changeEvent(event);
+  if (event->type() == QEvent::PaletteChange || event->type() == QEvent::StyleChange) {
+    // Light to dark and back: every text takes its role's colour from the new palette.
+    for (auto* l : findChildren<QLabel*>()) colour(l, palette());
+  }
 }
 
 void ContentView::showEvent(QShowEvent* event) {

@@ -41,6 +41,7 @@ class ContentView final : public QWidget {
 
  protected:
   void showEvent(QShowEvent* event) override;
+  void changeEvent(QEvent* event) override;
 
  private:
   void scheduleRender();
@@ -52,11 +53,13 @@ class ContentView final : public QWidget {
   void buildFailed();
   void setDetailsExpanded(bool expanded);
   void autostart();
+  std::uint64_t firstLineNumber() const;
 
   std::shared_ptr<Model> model_;
   int listenerId_ = -1;
   bool appeared_ = false;
 
+  QWidget* column_ = nullptr;  // title and arrangement, anchored at the top
   QLabel* title_;
   QWidget* arrangement_ = nullptr;
   Model::Phase built_ = Model::Phase::checking;

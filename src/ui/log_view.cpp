@@ -1,10 +1,14 @@
 #include "ui/log_view.h"
 
+#include <unicode/uchar.h>
+#include <unicode/utf8.h>
+
+#include <QAccessible>
 #include <QCoreApplication>
+#include <QPaintEvent>
 #include <QPainter>
-#include <QPainterPath>
-#include <QTextLayout>
 #include <QWheelEvent>
+#include <cmath>
 
 #include "ui/style.h"
 
@@ -18,6 +22,10 @@ constexpr int kEndMarkerHeight = 1;
 constexpr double kCornerRadius = 8;
 constexpr double kFontSize = 11;
 constexpr int kFollowMilliseconds = 150;
+constexpr int kIndicatorWidth = 6;
+constexpr int kTabColumns = 8;
+// Lines a screen reader is given: the end of the log is what matters while it runs.
+constexpr std::size_t kAccessibleLines = 5;
 
 QTextOption wrapping() {
   QTextOption option(Qt::AlignLeft | Qt::AlignTop);
@@ -25,31 +33,24 @@ QTextOption wrapping() {
   return option;
 }
 
-int wrappedHeight(const QString& text, const QFont& font, int width) {
-  const QFontMetrics metrics(font);
-  if (metrics.horizontalAdvance(text) <= width) return metrics.height();
-  QTextLayout layout(text, font);
-  layout.setTextOption(wrapping());
-  layout.beginLayout();
-  int lines = 0;
-  for (QTextLine line = layout.createLine(); line.isValid(); line = layout.createLine()) {
-    line.setLineWidth(width);
-    ++lines;
-  }
-  layout.endLayout();
-  return lines * metrics.height();
-}
-
+// A CR LF inside a line (output with Windows line ends) breaks the row there, as a terminal
+// would show it.
 QString rowText(const std::string& line) {
-  // A character takes at most four bytes: this many always hold more characters than are shown.
-  const std::size_t limit = static_cast<std::size_t>(LogView::kMaxRowCharacters) * 4;
-  QString text =
-      QString::fromUtf8(line.data(), static_cast<qsizetype>(std::min(line.size(), limit)));
-  if (text.size() <= LogView::kMaxRowCharacters) return text;
-  return text.left(LogView::kMaxRowCharacters) + QChar(0x2026);
+  QString text = QString::fromUtf8(line.data(), static_cast<qsizetype>(line.size()));
+  text.replace(QLatin1Char('\n'), QChar::LineSeparator);
+  return text;
 }
 
 }  // namespace
+
+struct LogView::Row {
+  std::uint64_t number = 0;
+  std::string text;
+  int top = 0;  // from the content's top
+  int height = 0;
+  bool exact = false;                   // height from a real layout, not an estimate
+  std::unique_ptr<QTextLayout> layout;  // kept only while the row is in or near view
+};
 
 LogView::LogView(QWidget* parent)
     : QWidget(parent),
@@ -57,36 +58,147 @@ LogView::LogView(QWidget* parent)
       follow_(new QVariantAnimation(this)) {
   setFont(style::monospaceFont(kFontSize));
   setAttribute(Qt::WA_OpaquePaintEvent, false);
+  setFocusPolicy(Qt::NoFocus);
   scrollBar_->hide();
-  // A slim indicator inside the rounded box, in a weak shade of the text colour, rather than the
-  // style's full scroll bar with arrows and a groove.
-  const QColor handle = style::tertiary(palette());
-  scrollBar_->setStyleSheet(
-      QStringLiteral("QScrollBar:vertical { background: transparent; width: 8px; margin: 0; }"
-                     "QScrollBar::handle:vertical { background: rgba(%1, %2, %3, %4);"
-                     " border-radius: 3px; min-height: 24px; margin: 1px; }"
-                     "QScrollBar::add-line, QScrollBar::sub-line { height: 0; }"
-                     "QScrollBar::add-page, QScrollBar::sub-page { background: transparent; }")
-          .arg(handle.red())
-          .arg(handle.green())
-          .arg(handle.blue())
-          .arg(handle.alphaF()));
-  connect(scrollBar_, &QScrollBar::valueChanged, this, [this] { update(); });
+  scrollBar_->setFocusPolicy(Qt::NoFocus);
+  applyPalette();
+  connect(scrollBar_, &QScrollBar::valueChanged, this, [this](int value) {
+    if (settleVisible(value)) updateGeometry(isFollowing());
+    update();
+  });
   follow_->setDuration(kFollowMilliseconds);
   follow_->setEasingCurve(QEasingCurve::Linear);
   connect(follow_, &QVariantAnimation::valueChanged, this,
           [this](const QVariant& value) { scrollBar_->setValue(value.toInt()); });
 }
 
-void LogView::setLines(const std::deque<std::string>& lines) {
-  rows_.clear();
-  rows_.reserve(lines.size());
-  for (const auto& line : lines) rows_.push_back(rowText(line));
-  relayout();
-  update();
+LogView::~LogView() = default;
+
+int LogView::rowWidth() const {
+  return std::max(1, width() - 2 * kMargin);
+}
+
+int LogView::estimatedHeight(const std::string& text) const {
+  const QFontMetricsF metrics(font());
+  const double perLine = std::max(1.0, std::floor(rowWidth() / metrics.horizontalAdvance('x')));
+  // Columns of the monospaced font: one per character, two for East Asian wide ones.
+  int lines = 0;
+  double columns = 0;
+  auto endLine = [&] {
+    lines += std::max(1, static_cast<int>(std::ceil(columns / perLine)));
+    columns = 0;
+  };
+  const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
+  const auto length = static_cast<std::int32_t>(text.size());
+  for (std::int32_t i = 0; i < length;) {
+    if (bytes[i] < 0x80) {
+      const char c = static_cast<char>(bytes[i++]);
+      if (c == '\n') {
+        endLine();
+      } else if (c == '\t') {
+        columns = (std::floor(columns / kTabColumns) + 1) * kTabColumns;
+      } else {
+        columns += 1;
+      }
+      continue;
+    }
+    UChar32 c = 0;
+    U8_NEXT(bytes, i, length, c);
+    const auto width = u_getIntPropertyValue(c, UCHAR_EAST_ASIAN_WIDTH);
+    columns += (width == U_EA_WIDE || width == U_EA_FULLWIDTH) ? 2 : 1;
+  }
+  endLine();
+  return static_cast<int>(std::ceil(lines * metrics.height()));
+}
+
+QTextLayout& LogView::layoutOf(Row& row) {
+  if (!row.layout) {
+    row.layout = std::make_unique<QTextLayout>(rowText(row.text), font());
+    row.layout->setTextOption(wrapping());
+    row.layout->beginLayout();
+    double y = 0;
+    for (QTextLine line = row.layout->createLine(); line.isValid();
+         line = row.layout->createLine()) {
+      line.setLineWidth(rowWidth());
+      line.setPosition(QPointF(0, y));
+      y += line.height();
+    }
+    row.layout->endLayout();
+    if (!row.exact) ++exactLayouts_;
+    row.height = static_cast<int>(std::ceil(y));
+    row.exact = true;
+  }
+  return *row.layout;
+}
+
+bool LogView::settleVisible(int offset) {
+  const int top = offset - kMargin;
+  const int bottom = offset + height();
+  bool changed = false;
+  int y = kMargin;
+  for (auto& row : rows_) {
+    row.top = y;
+    const bool near = y + row.height >= top - height() && y <= bottom + height();
+    if (y + row.height >= top && y <= bottom) {
+      const int before = row.height;
+      layoutOf(row);
+      changed = changed || row.height != before;
+    } else if (!near) {
+      row.layout.reset();  // its height stays; the glyphs go
+    }
+    y += row.height + kGap;
+  }
+  contentHeight_ = y + kEndMarkerHeight + kMargin;  // y: the end marker's top
+  return changed;
+}
+
+int LogView::endPosition() const {
+  // The end marker's bottom edge on the box's bottom edge; the bottom margin stays below.
+  return std::max(0, contentHeight_ - kMargin - height());
+}
+
+void LogView::setLines(const std::deque<std::string>& lines, std::uint64_t firstNumber) {
+  const std::uint64_t end = firstNumber + lines.size();
+  // Keep the rows whose numbers are still in the list; they keep their heights.
+  while (!rows_.empty() && rows_.front().number < firstNumber) rows_.pop_front();
+  while (!rows_.empty() && rows_.back().number >= end) rows_.pop_back();
+  if (!rows_.empty() && rows_.front().number != firstNumber) rows_.clear();
+  if (layoutWidth_ != rowWidth()) rows_.clear();
+  layoutWidth_ = rowWidth();
+  for (std::size_t i = rows_.size(); i < lines.size(); ++i) {
+    Row row;
+    row.number = firstNumber + i;
+    row.text = lines[i];
+    row.height = estimatedHeight(row.text);
+    rows_.push_back(std::move(row));
+  }
+
   const bool countChanged = seenCount_.has_value() && *seenCount_ != lines.size();
   seenCount_ = lines.size();
+  updateGeometry(countChanged || isFollowing());
   if (countChanged) followEnd();
+  update();
+  if (QAccessible::isActive()) {
+    QAccessibleEvent changed(this, QAccessible::NameChanged);
+    QAccessible::updateAccessibility(&changed);
+  }
+}
+
+void LogView::updateGeometry(bool keepFollowing) {
+  // Heights of rows coming into view may differ from their estimates; settle them until the
+  // rows in view are exact (a few rounds at most: each round only makes more rows exact).
+  for (int round = 0; round < 4; ++round) {
+    const int offset = keepFollowing ? endPosition() : scrollBar_->value();
+    if (!settleVisible(offset)) break;
+  }
+  const QSignalBlocker blocker(scrollBar_);
+  scrollBar_->setRange(0, std::max(0, contentHeight_ - height()));
+  scrollBar_->setPageStep(height());
+  scrollBar_->setSingleStep(QFontMetrics(font()).height());
+  scrollBar_->setGeometry(width() - kMargin + (kMargin - kIndicatorWidth) / 2, 4, kIndicatorWidth,
+                          std::max(0, height() - 8));
+  scrollBar_->setVisible(scrollBar_->maximum() > 0);
+  if (keepFollowing && isFollowing()) follow_->setEndValue(endPosition());
 }
 
 bool LogView::isFollowing() const {
@@ -96,38 +208,50 @@ bool LogView::isFollowing() const {
 void LogView::followEnd() {
   follow_->stop();
   follow_->setStartValue(scrollBar_->value());
-  follow_->setEndValue(scrollBar_->maximum());
+  follow_->setEndValue(endPosition());
   follow_->start();
 }
 
-int LogView::rowWidth() const {
-  const int bar = scrollBar_->isVisible() ? scrollBar_->sizeHint().width() : 0;
-  return std::max(1, width() - 2 * kMargin - bar);
+QString LogView::accessibleText() const {
+  QStringList last;
+  const std::size_t from = rows_.size() > kAccessibleLines ? rows_.size() - kAccessibleLines : 0;
+  for (std::size_t i = from; i < rows_.size(); ++i) last << QString::fromStdString(rows_[i].text);
+  return last.join(QLatin1Char('\n'));
 }
 
-void LogView::relayout() {
-  // Lay out without a scroll bar first; if the rows then do not fit, with one.
-  for (bool withBar : {false, true}) {
-    scrollBar_->setVisible(withBar);
-    const int width = rowWidth();
-    rowTops_.clear();
-    int y = kMargin;
-    for (const auto& row : rows_) {
-      rowTops_.push_back(y);
-      y += wrappedHeight(row, font(), width) + kGap;
-    }
-    contentHeight_ = y + kEndMarkerHeight + kMargin;
-    if (contentHeight_ <= height()) break;
-  }
-  const int bar = scrollBar_->sizeHint().width();
-  scrollBar_->setGeometry(width() - bar - 2, 4, bar, std::max(0, height() - 8));
-  scrollBar_->setRange(0, std::max(0, contentHeight_ - height()));
-  scrollBar_->setPageStep(height());
-  scrollBar_->setSingleStep(QFontMetrics(font()).height());
+void LogView::applyPalette() {
+  // A slim indicator over the right margin, in a weak shade of the text colour, rather than the
+  // style's full scroll bar with arrows and a groove.
+  const QColor handle = style::tertiary(palette());
+  scrollBar_->setStyleSheet(
+      QStringLiteral("QScrollBar:vertical { background: transparent; width: %5px; margin: 0; }"
+                     "QScrollBar::handle:vertical { background: rgba(%1, %2, %3, %4);"
+                     " border-radius: 3px; min-height: 24px; }"
+                     "QScrollBar::add-line, QScrollBar::sub-line { height: 0; }"
+                     "QScrollBar::add-page, QScrollBar::sub-page { background: transparent; }")
+          .arg(handle.red())
+          .arg(handle.green())
+          .arg(handle.blue())
+          .arg(handle.alphaF())
+          .arg(kIndicatorWidth));
+}
+
+bool LogView::event(QEvent* event) {
+  if (event->type() == QEvent::PaletteChange) applyPalette();
+  return QWidget::event(event);
 }
 
 void LogView::resizeEvent(QResizeEvent*) {
-  relayout();
+  if (layoutWidth_ != rowWidth()) {
+    // New width: every height is worked out anew (estimated, then exact when in view).
+    layoutWidth_ = rowWidth();
+    for (auto& row : rows_) {
+      row.layout.reset();
+      row.exact = false;
+      row.height = estimatedHeight(row.text);
+    }
+  }
+  updateGeometry(isFollowing());
 }
 
 void LogView::wheelEvent(QWheelEvent* event) {
@@ -141,21 +265,18 @@ void LogView::paintEvent(QPaintEvent* event) {
   painter.setRenderHint(QPainter::Antialiasing);
   QColor box = palette().color(QPalette::Base);
   box.setAlphaF(0.5f);
-  QPainterPath path;
-  path.addRoundedRect(QRectF(rect()), kCornerRadius, kCornerRadius);
+  const QPainterPath path = style::continuousRoundedRect(QRectF(rect()), kCornerRadius);
   painter.fillPath(path, box);
 
   painter.setClipPath(path);
   painter.setPen(style::secondary(palette()));
   const int offset = scrollBar_->value();
-  const int width = rowWidth();
   const QRect visible = event->rect();
-  for (std::size_t i = 0; i < rows_.size(); ++i) {
-    const int top = rowTops_[i] - offset;
-    const int bottom = (i + 1 < rows_.size() ? rowTops_[i + 1] : contentHeight_) - offset;
-    if (bottom < visible.top()) continue;
+  for (auto& row : rows_) {
+    const int top = row.top - offset;
+    if (top + row.height < visible.top()) continue;
     if (top > visible.bottom()) break;
-    painter.drawText(QRectF(kMargin, top, width, bottom - top), rows_[i], wrapping());
+    layoutOf(row).draw(&painter, QPointF(kMargin, top), {}, QRectF(visible));
   }
 }
 

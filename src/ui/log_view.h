@@ -2,19 +2,28 @@
 
 #include <QScrollBar>
 #include <QString>
+#include <QTextLayout>
 #include <QVariantAnimation>
 #include <QWidget>
+#include <cstdint>
 #include <deque>
+#include <memory>
 #include <optional>
 #include <string>
-#include <vector>
 
 namespace kestravine {
 
 // The output lines in a small rounded box, one wrapped row per line in a small monospaced font,
-// following the end of the output: whenever the number of lines changes it scrolls to the end,
-// animated over 0.15 s. The first display does not scroll. Rows are painted, not widgets, so 400
-// lines cost one paint, and text is never interpreted as markup nor selectable.
+// following the end of the output: whenever the number of lines changes it scrolls, animated
+// over 0.15 s, until the end marker's bottom edge meets the bottom edge of the box. The first
+// display does not scroll. Rows are painted, not widgets; text is never markup nor selectable.
+//
+// The work of a frame follows what changed and what is visible: a row's height is worked out
+// once per text and width and kept while the row stays (rows are known by their line number, so
+// a text that moves up by one keeps its height); a row is laid out exactly only when it comes
+// into view, and until then a long one's height is estimated from its length in the monospaced
+// font; only visible rows are painted. The scroll indicator lies over the right margin, so its
+// appearing changes no row's width.
 //
 // Threading: GUI thread only.
 class LogView final : public QWidget {
@@ -22,32 +31,46 @@ class LogView final : public QWidget {
 
  public:
   explicit LogView(QWidget* parent = nullptr);
+  ~LogView() override;
 
   // The lines to show, oldest first, as they are at this evaluation of the owner's content.
-  void setLines(const std::deque<std::string>& lines);
+  // `firstNumber` numbers lines[0] in the owner's sequence of all lines: one number always
+  // stands for one text, so a row seen before keeps its layout.
+  void setLines(const std::deque<std::string>& lines, std::uint64_t firstNumber);
 
   // True while the scroll to the end is under way.
   bool isFollowing() const;
   QScrollBar* scrollBar() const { return scrollBar_; }
-
-  // Rows longer than this many characters are shown cut, with an ellipsis: wrapping a
-  // multi-megabyte line would freeze the window for nothing anyone could read.
-  static constexpr qsizetype kMaxRowCharacters = 10000;
+  // The scroll position at which the end marker's bottom edge is the box's bottom edge.
+  int endPosition() const;
+  // The text for screen readers: the last lines.
+  QString accessibleText() const;
+  // How many rows have been laid out exactly, since this view was made (for tests).
+  std::size_t exactLayouts() const { return exactLayouts_; }
 
  protected:
+  bool event(QEvent* event) override;
   void paintEvent(QPaintEvent* event) override;
   void resizeEvent(QResizeEvent* event) override;
   void wheelEvent(QWheelEvent* event) override;
 
  private:
-  void relayout();
-  int rowWidth() const;
-  void followEnd();
+  struct Row;
 
-  std::vector<QString> rows_;
-  std::vector<int> rowTops_;  // relative to the content's top
-  int contentHeight_ = 0;
+  int rowWidth() const;
+  int estimatedHeight(const std::string& text) const;
+  QTextLayout& layoutOf(Row& row);
+  // Lays out exactly the rows that a scroll position `offset` shows; true if a height changed.
+  bool settleVisible(int offset);
+  void updateGeometry(bool keepFollowing);
+  void followEnd();
+  void applyPalette();
+
+  std::deque<Row> rows_;
   std::optional<std::size_t> seenCount_;
+  int contentHeight_ = 0;
+  int layoutWidth_ = 0;  // the row width the heights were worked out for
+  std::size_t exactLayouts_ = 0;
   QScrollBar* scrollBar_;
   QVariantAnimation* follow_;
 };

@@ -3,10 +3,13 @@
 #include <QFontDatabase>
 #include <QGuiApplication>
 #include <QScreen>
+#include <array>
 
 namespace kestravine::style {
 
 namespace {
+
+const QString kChineseFamily = QStringLiteral("Noto Sans CJK SC");
 
 double pointsFor(double logicalPixels) {
   const QScreen* screen = QGuiApplication::primaryScreen();
@@ -23,6 +26,9 @@ QColor withAlpha(QColor colour, double alpha) {
 
 QFont systemFont(double size, QFont::Weight weight) {
   QFont font = QFontDatabase::systemFont(QFontDatabase::GeneralFont);
+  // Named, not looked up: asking the font database what it has would cost the start-up the
+  // scan of every installed font. A missing family simply falls through to the next.
+  font.setFamilies({kChineseFamily, font.family()});
   font.setPointSizeF(pointsFor(size));
   font.setWeight(weight);
   return font;
@@ -42,6 +48,46 @@ QColor secondary(const QPalette& palette) {
 }
 QColor tertiary(const QPalette& palette) {
   return withAlpha(primary(palette), 0.4);
+}
+
+QPainterPath continuousRoundedRect(const QRectF& rect, double radius) {
+  // One corner as offsets (u back along the edge that arrives, v along the edge that leaves),
+  // in units of the radius: a straight edge's end, then three cubic curves.
+  constexpr double kSpan = 1.52866483;
+  constexpr std::array<std::array<double, 2>, 9> kCurve{{{1.08849323, 0},
+                                                         {0.86840689, 0},
+                                                         {0.63149399, 0.07491100},
+                                                         {0.37282640, 0.16905899},
+                                                         {0.16905899, 0.37282640},
+                                                         {0.07491100, 0.63149399},
+                                                         {0, 0.86840689},
+                                                         {0, 1.08849323},
+                                                         {0, kSpan}}};
+  const double r = std::min(radius, std::min(rect.width(), rect.height()) / (2 * kSpan));
+  struct Corner {
+    QPointF at;
+    QPointF arriving;  // direction of travel along the edge before the corner
+    QPointF leaving;   // and after it
+  };
+  const Corner corners[] = {{rect.topRight(), {1, 0}, {0, 1}},
+                            {rect.bottomRight(), {0, 1}, {-1, 0}},
+                            {rect.bottomLeft(), {-1, 0}, {0, -1}},
+                            {rect.topLeft(), {0, -1}, {1, 0}}};
+  auto point = [r](const Corner& c, double u, double v) {
+    return c.at - c.arriving * (u * r) + c.leaving * (v * r);
+  };
+  QPainterPath path;
+  path.moveTo(point(corners[3], 0, kSpan));
+  for (const Corner& c : corners) {
+    path.lineTo(point(c, kSpan, 0));
+    for (std::size_t i = 0; i < kCurve.size(); i += 3) {
+      path.cubicTo(point(c, kCurve[i][0], kCurve[i][1]),
+                   point(c, kCurve[i + 1][0], kCurve[i + 1][1]),
+                   point(c, kCurve[i + 2][0], kCurve[i + 2][1]));
+    }
+  }
+  path.closeSubpath();
+  return path;
 }
 
 }  // namespace kestravine::style

@@ -12,7 +12,7 @@ deb=$(ls "$scratch"/kestravine-launcher_*.deb)
 echo "package: ${deb##*/}"
 dpkg-deb -x "$deb" "$scratch/root"
 root=$scratch/root/usr
-for f in bin/kestravine-launcher share/kestravine/install.sh \
+for f in bin/kestravine-launcher share/kestravine/install.sh share/kestravine/service-env.sh \
   share/applications/kestravine-launcher.desktop \
   share/icons/hicolor/scalable/apps/kestravine-launcher.svg; do
   [[ -e $root/$f ]] || { echo "missing $f"; exit 1; }

@@ -74,6 +74,12 @@ for how in close TERM INT HUP; do
   KESTRAVINE_HOME=$home ZORVEL_PORT_OFFSET=$offset "$launcher" 2>"$tmp/stderr" &
   pid=$!
   wait_until window_shown
+  if [[ $how == close ]]; then
+    # The launcher's own icon, and the class its desktop entry names, also from a build tree.
+    id=$(xdotool search --onlyvisible --name '^Kestravine$' | head -n 1)
+    xprop -id "$id" _NET_WM_ICON | head -n 1 | grep -q 'Icon (' || die "the window has no icon"
+    xprop -id "$id" WM_CLASS | grep -q '"kestravine-launcher"' || die "unexpected WM_CLASS"
+  fi
   wait_until test -e "$home/.install.lock"
   if [[ $how == close ]]; then close_window; else kill -s "$how" "$pid"; fi
   wait_until bash -c '! xdotool search --onlyvisible --name "^Kestravine$" >/dev/null 2>&1'

@@ -3,16 +3,18 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <set>
 
+#include <QAccessible>
 #include <QApplication>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QPushButton>
 #include <QTest>
-#include <QToolButton>
 
 #include "support/model_fixture.h"
 #include "support/ui_wait.h"
+#include "ui/disclosure_button.h"
 #include "ui/log_view.h"
 
 namespace kestravine {
@@ -66,11 +68,9 @@ class ContentViewTest : public testing::ModelTest {
     waitFor([&] { return (found = button(text)) != nullptr; });
     return found;
   }
-  QToolButton* detailsToggle() const {
-    for (auto* toggle : shown<QToolButton>()) {
-      if (toggle->objectName() == "detailsToggle") return toggle;
-    }
-    return nullptr;
+  DisclosureButton* detailsToggle() const {
+    auto toggles = shown<DisclosureButton>();
+    return toggles.empty() ? nullptr : toggles.front();
   }
   void pressReturn() {
     QKeyEvent press(QEvent::KeyPress, Qt::Key_Return, Qt::NoModifier);
@@ -178,6 +178,112 @@ TEST_F(ContentViewTest, DetailsAreCollapsedEachTimeAFailureIsShown) {
     ASSERT_TRUE(waitFor([&] { return shown<LogView>().size() == 1; }));
     button("再试一次")->click();
   }
+}
+
+// Keyboard: no button has the focus when an arrangement appears (Space and Return do nothing
+// there), Tab reaches every button, a focused button is drawn differently, and in the failed
+// arrangement the retry button is the default.
+TEST_F(ContentViewTest, KeyboardReachesEveryButtonButTriggersNoneUnasked) {
+  prepareInstall("echo broken; read -r _ < /dev/null; exec sleep 100");
+  view->show();
+  QApplication::setActiveWindow(view.get());
+  ASSERT_TRUE(waitFor([&] { return QApplication::activeWindow() == view.get(); }));
+  auto tabStops = [&] {
+    std::set<QWidget*> reached;
+    for (int i = 0; i < 6; ++i) {
+      QTest::keyClick(view.get(), Qt::Key_Tab);
+      reached.insert(QApplication::focusWidget());
+    }
+    return reached;
+  };
+  auto focusedButton = [] { return qobject_cast<QAbstractButton*>(QApplication::focusWidget()); };
+
+  ASSERT_NE(waitButton("安装并打开"), nullptr);
+  EXPECT_EQ(focusedButton(), nullptr);
+  QTest::keyClick(view.get(), Qt::Key_Space);
+  QTest::keyClick(view.get(), Qt::Key_Return);
+  EXPECT_EQ(view->model().phase(), Phase::ready);
+  EXPECT_EQ(tabStops(), (std::set<QWidget*>{button("安装并打开")}));
+  QPushButton* install = button("安装并打开");
+  const QImage focused = install->grab().toImage();
+  view->setFocus();
+  EXPECT_NE(install->grab().toImage(), focused);  // the focus mark
+
+  install->click();
+  ASSERT_NE(waitButton("取消"), nullptr);
+  EXPECT_EQ(focusedButton(), nullptr);
+  QTest::keyClick(view.get(), Qt::Key_Space);
+  EXPECT_TRUE(view->model().canCancel());
+  EXPECT_EQ(tabStops(), (std::set<QWidget*>{button("取消")}));
+
+  QTest::keyClick(QApplication::focusWidget(), Qt::Key_Space);  // Tab, then Space: cancel
+  ASSERT_NE(waitButton("再试一次"), nullptr);
+  EXPECT_TRUE(button("再试一次")->isDefault());
+  EXPECT_EQ(tabStops(), (std::set<QWidget*>{button("再试一次"), detailsToggle()}));
+}
+
+TEST_F(ContentViewTest, ThemeChangeRecoloursEveryText) {
+  prepareInstall("echo broken; exit 3");
+  view->show();
+  ASSERT_NE(waitButton("安装并打开"), nullptr);
+  button("安装并打开")->click();
+  ASSERT_NE(waitButton("再试一次"), nullptr);
+  detailsToggle()->click();
+  const QPalette light = QApplication::palette();
+  for (const QColor text : {QColor(0xe8, 0xe8, 0xea), QColor(Qt::black)}) {
+    QPalette palette = light;
+    palette.setColor(QPalette::WindowText, text);
+    QApplication::setPalette(palette);
+    QApplication::processEvents();
+    for (auto* l : shown<QLabel>()) {
+      EXPECT_EQ(l->palette().color(QPalette::WindowText).rgb(), text.rgb())
+          << l->text().toStdString();
+    }
+    EXPECT_TRUE(shown<LogView>()[0]->scrollBar()->styleSheet().contains(
+        QString("rgba(%1, %2, %3").arg(text.red()).arg(text.green()).arg(text.blue())));
+  }
+  QApplication::setPalette(light);
+}
+
+// The failed arrangement with its details open keeps every element at its own size, even when
+// that is taller than the window: the box is 130 high and 12 above the retry row.
+TEST_F(ContentViewTest, ExpandedDetailsKeepTheirSizeAndGap) {
+  prepareInstall("seq 30; exit 3");
+  view->show();
+  ASSERT_NE(waitButton("安装并打开"), nullptr);
+  button("安装并打开")->click();
+  ASSERT_NE(waitButton("再试一次"), nullptr);
+  detailsToggle()->click();
+  ASSERT_TRUE(waitFor([&] { return shown<LogView>().size() == 1; }));
+  QApplication::processEvents();
+  LogView* log = shown<LogView>()[0];
+  QWidget* retryRow = button("再试一次")->parentWidget();
+  EXPECT_EQ(log->height(), 130);
+  const QPoint logBottom = log->mapTo(view.get(), QPoint(0, log->height()));
+  EXPECT_EQ(retryRow->mapTo(view.get(), QPoint(0, 0)).y() - logBottom.y(), 12);
+}
+
+TEST_F(ContentViewTest, ScreenReadersSeeButtonsTextsToggleAndLog) {
+  prepareInstall("echo first; echo last; exit 3");
+  view->show();
+  ASSERT_NE(waitButton("安装并打开"), nullptr);
+  auto* install = QAccessible::queryAccessibleInterface(button("安装并打开"));
+  EXPECT_EQ(install->role(), QAccessible::Button);
+  EXPECT_EQ(install->text(QAccessible::Name), "安装并打开");
+  button("安装并打开")->click();
+  ASSERT_NE(waitButton("再试一次"), nullptr);
+  auto* toggle = QAccessible::queryAccessibleInterface(detailsToggle());
+  EXPECT_EQ(toggle->role(), QAccessible::Button);
+  EXPECT_EQ(toggle->text(QAccessible::Name), "详情");
+  EXPECT_TRUE(toggle->state().expandable);
+  EXPECT_TRUE(toggle->state().collapsed);
+  toggle->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
+  EXPECT_TRUE(toggle->state().expanded);
+  ASSERT_TRUE(waitFor([&] { return shown<LogView>().size() == 1; }));
+  auto* log = QAccessible::queryAccessibleInterface(shown<LogView>()[0]);
+  EXPECT_EQ(log->text(QAccessible::Name), "first\nlast");
+  auto* failure = QAccessible::queryAccessibleInterface(shown<QLabel>()[1]);
+  EXPECT_TRUE(failure->text(QAccessible::Name).startsWith("没能装完（退出码 3）"));
 }
 
 TEST(ContentViewText, TitleAndTwoLineStatus) {

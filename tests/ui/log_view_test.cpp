@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <QFontMetrics>
+#include <cmath>
+
+#include "process/line_splitter.h"
 #include "support/ui_wait.h"
 
 namespace kestravine {
@@ -9,9 +13,9 @@ namespace {
 
 using testing::waitFor;
 
-std::deque<std::string> numbered(int count, const std::string& prefix = "line ") {
+std::deque<std::string> numbered(int count, const std::string& prefix = "line ", int from = 1) {
   std::deque<std::string> lines;
-  for (int i = 1; i <= count; ++i) lines.push_back(prefix + std::to_string(i));
+  for (int i = from; i < from + count; ++i) lines.push_back(prefix + std::to_string(i));
   return lines;
 }
 
@@ -21,54 +25,84 @@ class LogViewTest : public ::testing::Test {
     view.resize(400, 150);
     view.show();
   }
+  // Lines numbered from `first` in the owner's sequence, as the content view passes them.
+  void show(const std::deque<std::string>& lines, std::uint64_t first = 0) {
+    view.setLines(lines, first);
+  }
+  int lineHeight() const { return QFontMetrics(view.font()).height(); }
   LogView view;
 };
 
 TEST_F(LogViewTest, FirstDisplayStaysAtTheTop) {
-  view.setLines(numbered(200));
+  show(numbered(200));
   EXPECT_FALSE(view.isFollowing());
   EXPECT_GT(view.scrollBar()->maximum(), 0);
   EXPECT_EQ(view.scrollBar()->value(), 0);
 }
 
 TEST_F(LogViewTest, FollowsTheEndWhenTheCountChangesEitherWay) {
-  view.setLines(numbered(10));
-  view.setLines(numbered(11));
+  show(numbered(10));
+  show(numbered(11));
   EXPECT_TRUE(view.isFollowing());
   ASSERT_TRUE(waitFor([&] { return !view.isFollowing(); }));
-  EXPECT_EQ(view.scrollBar()->value(), view.scrollBar()->maximum());
+  // The end marker's bottom edge on the box's bottom edge: the 8 of margin stay out of view.
+  EXPECT_EQ(view.scrollBar()->value(), view.endPosition());
+  EXPECT_EQ(view.endPosition(), view.scrollBar()->maximum() - 8);
 
   view.scrollBar()->setValue(0);
-  view.setLines(numbered(11, "other "));  // same count, new texts: no scroll
+  show(numbered(11, "other "), 11);  // same count, new texts: no scroll
   EXPECT_FALSE(view.isFollowing());
   EXPECT_EQ(view.scrollBar()->value(), 0);
 
-  view.setLines(numbered(30));
+  show(numbered(30), 100);
   view.scrollBar()->setValue(0);
-  view.setLines(numbered(12));  // fewer lines scroll to the end as well
+  show(numbered(12), 200);  // fewer lines scroll to the end as well
   EXPECT_TRUE(view.isFollowing());
 }
 
-TEST_F(LogViewTest, EmptyListShowsNoScrollBar) {
-  view.setLines({});
+TEST_F(LogViewTest, EmptyListShowsNoScrollIndicator) {
+  show({});
   EXPECT_FALSE(view.scrollBar()->isVisible());
   EXPECT_EQ(view.scrollBar()->maximum(), 0);
 }
 
-TEST_F(LogViewTest, LongLinesWrapIntoTallerRows) {
-  view.setLines(numbered(8, "short "));
-  const int shortRange = view.scrollBar()->maximum();
-  auto lines = numbered(8, "short ");
-  lines.back() = std::string(2000, 'x');
-  view.setLines(lines);
-  EXPECT_GT(view.scrollBar()->maximum(), shortRange + 200);
+// A frame's work follows what changed and what is visible: rows are laid out exactly only in
+// view, and a row that moves up keeps its layout.
+TEST_F(LogViewTest, LaysOutOnlyNewRowsInView) {
+  const std::string cap(LineSplitter::kMaxLineCharacters, 'x');
+  std::deque<std::string> lines(400, cap);
+  show(lines, 0);
+  show(lines, 1);  // one more line arrived and the oldest went: same count
+  const std::size_t first = view.exactLayouts();
+  EXPECT_GT(first, 0u);
+  EXPECT_LT(first, 5u);  // 150 high: a few rows of 16,384 characters at most
+  lines.pop_front();
+  lines.push_back("short");
+  view.scrollBar()->setValue(view.endPosition());
+  show(lines, 2);
+  EXPECT_LE(view.exactLayouts(), first + 2);
 }
 
-TEST_F(LogViewTest, HugeLineIsCutForDisplay) {
-  std::deque<std::string> lines{std::string(20u << 20, 'y')};
-  view.setLines(lines);  // must not freeze on a 20 MB row
-  view.repaint();
-  EXPECT_GT(view.scrollBar()->maximum(), 0);
+TEST_F(LogViewTest, WholeLinesWrapUpToTheCap) {
+  show(numbered(8, "short "));
+  const int shortRange = view.scrollBar()->maximum();
+  for (std::size_t length : {std::size_t{2000}, LineSplitter::kMaxLineCharacters}) {
+    auto lines = numbered(8, "short ");
+    lines.back() = std::string(length, 'x') + "\u2026";
+    show(lines, length);
+    const double perLine =
+        std::floor((400 - 16) / QFontMetricsF(view.font()).horizontalAdvance('x'));
+    const int extra = static_cast<int>(std::ceil((length + 1) / perLine)) - 1;
+    const int estimated = view.scrollBar()->maximum() - shortRange;
+    EXPECT_NEAR(estimated, extra * lineHeight(), lineHeight()) << length;
+    view.scrollBar()->setValue(view.endPosition());  // in view: laid out exactly
+    EXPECT_NEAR(view.scrollBar()->maximum() - shortRange, estimated, lineHeight()) << length;
+  }
+}
+
+TEST_F(LogViewTest, LastLinesAreTheAccessibleText) {
+  show(numbered(12));
+  EXPECT_EQ(view.accessibleText(), "line 8\nline 9\nline 10\nline 11\nline 12");
 }
 
 }  // namespace
