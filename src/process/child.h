@@ -18,11 +18,12 @@ namespace kestravine {
 // together with every process it started.
 //
 // Threading: start(), cancel() and isRunning() are called on the main thread (isRunning() may
-// be called from any). onLine and onExit always run on the main queue, each call a task of its
-// own, never from inside start(). One output reader thread and one exit watcher thread per
-// command hold only the pipe, the callbacks and the shared process record, never the Child: a
-// Child destroyed while its command runs leaves the command, its output and its exit report
-// running. `lock_` guards only the two flags; no callback and no other lock runs under it.
+// be called from any). onLine and onExit always run on the main queue, never from inside
+// start(); lines come in slices of at most a few milliseconds, each slice a task of its own. One
+// output reader thread and one exit watcher thread per command hold only the pipe, the callbacks
+// and the shared process record, never the Child: a Child destroyed while its command runs leaves
+// the command, its output and its exit report running. `lock_` guards only the two flags; no
+// callback and no other lock runs under it.
 class Child {
  public:
   Child();

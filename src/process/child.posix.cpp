@@ -8,8 +8,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <condition_variable>
+#include <deque>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 #include "env/ctx.h"
 #include "env/environment.h"
@@ -30,7 +32,9 @@ constexpr std::size_t kChunkSize = 64 * 1024;
 // reader stops reading, so the pipe fills and a flooding command waits for the window, as it
 // would for a terminal: memory stays bounded and no line is dropped.
 constexpr std::size_t kMaxPendingBytes = 1 << 20;
-constexpr std::size_t kTaskOverhead = 96;
+constexpr std::size_t kLineOverhead = 8;
+// How long one delivery task hands lines to the main thread before it lets others run.
+constexpr auto kSlice = std::chrono::milliseconds(2);
 // Ends a line that was cut at the splitter's cap.
 constexpr const char* kCutMark = "\u2026";
 
@@ -69,53 +73,90 @@ struct PendingKills {
   }
 };
 
-// Carries lines from the reader to the main queue, with the back-pressure described above.
+// The lines of one read, in one block. The reader allocates once per read, not once per line:
+// the main thread frees what the reader allocated, and per-line frees would keep it queueing on
+// the reader's allocator lock while a command floods its output.
+struct Batch {
+  std::string text;
+  std::vector<std::size_t> ends;  // where each line ends in text
+};
+
+// Carries lines from the reader to the main thread, in output order, with the back-pressure
+// described above. The main queue holds at most one delivery task of it at a time: it delivers
+// lines one by one for a short slice and, if more wait, queues itself again behind whatever else
+// waits (an exit report, a timer), so a flood never holds the main thread for long.
 class LineDelivery {
  public:
   explicit LineDelivery(std::function<void(std::string)> onLine) : onLine_(std::move(onLine)) {}
 
-  // Reader thread: queue one batch of lines, each a main-queue task of its own.
-  static void post(const std::shared_ptr<LineDelivery>& self, std::vector<std::string>& lines) {
-    if (lines.empty()) return;
-    std::size_t bytes = 0;
-    std::vector<Task> tasks;
-    tasks.reserve(lines.size());
-    for (auto& line : lines) {
-      bytes += line.size() + kTaskOverhead;
-      tasks.emplace_back(
-          [self, text = std::move(line)]() mutable { self->deliver(std::move(text)); });
-    }
-    lines.clear();
+  // Reader thread.
+  static void post(const std::shared_ptr<LineDelivery>& self, Batch& batch) {
+    if (batch.ends.empty()) return;
+    const std::size_t bytes = batch.text.size() + batch.ends.size() * kLineOverhead;
+    bool schedule = false;
     {
       std::unique_lock lock(self->mutex_);
       self->room_.wait(lock, [&] { return self->pending_ <= kMaxPendingBytes; });
       self->pending_ += bytes;
+      self->batches_.push_back({std::move(batch), bytes});
+      schedule = !std::exchange(self->scheduled_, true);
     }
-    platform().postAll(std::move(tasks));
+    batch = {};
+    if (schedule) platform().post([self] { self->deliver(self); });
   }
 
  private:
-  void deliver(std::string text) {
-    const std::size_t bytes = text.size() + kTaskOverhead;
-    onLine_(std::move(text));
-    std::lock_guard lock(mutex_);
-    pending_ -= bytes;
-    if (pending_ <= kMaxPendingBytes) room_.notify_one();
+  struct Pending {
+    Batch batch;
+    std::size_t bytes;
+  };
+
+  // Main thread.
+  void deliver(const std::shared_ptr<LineDelivery>& self) {
+    const auto until = std::chrono::steady_clock::now() + kSlice;
+    for (;;) {
+      if (next_ == current_.batch.ends.size()) {
+        std::lock_guard lock(mutex_);
+        pending_ -= current_.bytes;
+        if (pending_ <= kMaxPendingBytes) room_.notify_one();
+        current_ = {};
+        next_ = 0;
+        if (batches_.empty()) {
+          scheduled_ = false;
+          return;
+        }
+        current_ = std::move(batches_.front());
+        batches_.pop_front();
+      }
+      if (std::chrono::steady_clock::now() >= until) {
+        platform().post([self] { self->deliver(self); });
+        return;
+      }
+      const std::size_t begin = next_ == 0 ? 0 : current_.batch.ends[next_ - 1];
+      const std::size_t end = current_.batch.ends[next_++];
+      onLine_(current_.batch.text.substr(begin, end - begin));
+    }
   }
 
   std::function<void(std::string)> onLine_;
   std::mutex mutex_;
   std::condition_variable room_;
-  std::size_t pending_ = 0;  // guarded by mutex_
+  std::size_t pending_ = 0;      // guarded by mutex_
+  std::deque<Pending> batches_;  // guarded by mutex_
+  bool scheduled_ = false;       // guarded by mutex_: a delivery task is queued or running
+  Pending current_{{}, 0};       // main thread only: the batch being delivered
+  std::size_t next_ = 0;         // main thread only: its next line
 };
 
 void readOutput(int fd, std::shared_ptr<LineDelivery> delivery) {
   LineSplitter splitter;
-  std::vector<std::string> lines;
+  Batch lines;
   const LineSplitter::LineSink collect = [&lines](std::string_view raw, bool cut) {
     std::string line = plain(raw);
     if (cut) line += kCutMark;
-    if (!line.empty()) lines.push_back(std::move(line));
+    if (line.empty()) return;
+    lines.text += line;
+    lines.ends.push_back(lines.text.size());
   };
   std::vector<char> buffer(kChunkSize);
   for (;;) {
