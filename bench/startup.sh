@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
 # Launch to window shown: the launcher (empty product home, so it shows the install offer) beside
+# its floor, a bare Qt Widgets window of the same size (build/bin/bare_window), and beside
 # `zenity --progress` and `yad --progress` fed "100", all under one Xvfb server started here.
 # Prints median and minimum times and peak RSS; never asserts on them.
 #
@@ -12,6 +13,8 @@ die() { echo "startup.sh: $*" >&2; exit 2; }
 [ $# -eq 1 ] || die "usage: bench/startup.sh <build-dir>"
 launcher=$(cd "$1" 2>/dev/null && pwd)/bin/kestravine-launcher || die "no build directory $1"
 [ -x "$launcher" ] || die "no launcher at $launcher (build first)"
+bare=${launcher%/*}/bare_window
+[ -x "$bare" ] || die "no bare window at $bare (build first)"
 runs=${STARTUP_RUNS:-10}
 [[ $runs =~ ^[1-9][0-9]*$ ]] || die "STARTUP_RUNS must be a positive number"
 
@@ -49,6 +52,10 @@ measure() {
   case $name in
     launcher)
       out=$("$tmp/probe" --title Kestravine --hold-ms 500 -- "$launcher" 2>>"$tmp/stderr") ;;
+    bare)
+      out=$("$tmp/probe" --title startup-bare --hold-ms 500 -- "$bare" 2>>"$tmp/stderr") ;;
+    label)
+      out=$("$tmp/probe" --title startup-label --hold-ms 500 -- "$bare" --label 2>>"$tmp/stderr") ;;
     zenity | yad)
       out=$("$tmp/probe" --title "startup-$name" --stdin "$tmp/hundred" --until-exit -- \
         "$name" --progress --auto-close --title="startup-$name" 2>>"$tmp/stderr") ;;
@@ -57,7 +64,7 @@ measure() {
   # Launcher: the larger VmHWM of "just shown" and "0.5 s later". Peers: wait4's maxrss over
   # their whole life, which ends on its own.
   awk -v name="$name" '{
-    if (name != "launcher") rss = $6
+    if (name != "launcher" && name != "bare" && name != "label") rss = $6
     else if ($4 == "-") rss = $5
     else if ($5 == "-" || $4 + 0 > $5 + 0) rss = $4
     else rss = $5
@@ -68,9 +75,9 @@ measure() {
 # The warm-up runs fill the file cache, and let GTK store its GL visual choice on the root window
 # (GDK_VISUALS) as it would be on a running desktop; without that each GTK run probes GL again.
 echo "startup: $runs runs each after one warm-up run each, round-robin, under Xvfb $DISPLAY"
-for name in launcher zenity yad; do measure "$name" warmup; done
+for name in launcher bare label zenity yad; do measure "$name" warmup; done
 for ((i = 1; i <= runs; i++)); do
-  for name in launcher zenity yad; do measure "$name"; done
+  for name in launcher bare label zenity yad; do measure "$name"; done
 done
 
 # "median min max count" of one column, or "- - - 0" when no run produced a figure there.
@@ -90,13 +97,15 @@ mb_pair() { awk -v a="$1" -v b="$2" -v n="$3" 'BEGIN { if (a == "-") print "-"; 
 declare -A shown exit_ms rss
 printf '\n%-22s %20s %20s %20s\n' "program" "window shown ms" "start to exit ms" "peak RSS MB"
 printf '%-22s %20s %20s %20s\n' "" "median / min (n)" "median / min (n)" "median / max (n)"
-for name in launcher zenity yad; do
+for name in launcher bare label zenity yad; do
   read -r s_med s_min _ s_n < <(stats "$tmp/$name" 1)
   read -r e_med e_min _ e_n < <(stats "$tmp/$name" 2)
   read -r r_med _ r_max r_n < <(stats "$tmp/$name" 3)
   shown[$name]=$s_med exit_ms[$name]=$e_med rss[$name]=$r_med
-  if [ "$name" = launcher ]; then
+  if [ "$name" = launcher ] || [ "$name" = bare ] || [ "$name" = label ]; then
     label=kestravine-launcher exit_text="n/a (stopped by us)"
+    [ "$name" = bare ] && label="bare Qt window"
+    [ "$name" = label ] && label="bare window + 1 label"
   else
     label="$name --progress" exit_text=$(ms_pair "$e_med" "$e_min" "$e_n")
   fi
@@ -113,6 +122,13 @@ l_shown=$(ms "${shown[launcher]}")
 echo
 echo "targets (launcher medians):"
 printf '  window shown <= 60 ms: %s ms -> %s\n' "$l_shown" "$(at_most "$l_shown" 60)"
+floor=$(ms "${shown[bare]}")
+ratio=$(awk -v a="$l_shown" -v b="$floor" 'BEGIN { if (a == "-" || b == "-" || b == 0) print "-"; else printf "%.2f\n", a / b }')
+printf '  window shown <= 1.3 x the bare window: %s ms vs %s ms = %s x -> %s\n' "$l_shown" "$floor" \
+  "$ratio" "$(at_most "$ratio" 1.3)"
+with_text=$(ms "${shown[label]}")
+printf '  (one label of text alone: %s ms = %s x the bare window)\n' "$with_text" \
+  "$(awk -v a="$with_text" -v b="$floor" 'BEGIN { if (a == "-" || b == "-" || b == 0) print "-"; else printf "%.2f\n", a / b }')"
 printf '  peak RSS <= 45 MB:     %s MB -> %s\n' "$(mb "${rss[launcher]}")" "$(at_most "$(mb "${rss[launcher]}")" 45)"
 for peer in zenity yad; do
   printf '  below %-6s window shown %s (%s vs %s ms), start to exit %s (%s vs %s ms), peak RSS %s (%s vs %s MB)\n' \

@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(
   g++ clang libclang-rt-14-dev cmake ninja-build pkg-config dpkg-dev
   libicu-dev googletest libgtest-dev libgmock-dev libcpp-httplib-dev
-  qt6-base-dev libgl-dev
+  qt6-base-dev libgl-dev libfontconfig-dev
   curl procps bash
   xvfb xauth x11-apps x11-utils imagemagick openbox xdotool
   fonts-noto-cjk libqt6svg6

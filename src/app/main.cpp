@@ -1,10 +1,12 @@
 // The launcher's entry: one window, its content following the install flow, and optionally the
 // snapshot mode. Returns 0 when the window closes (once a running command has ended), the
 // launcher opened the application, or a snapshot was taken; 1 when there is no display.
+#include <fontconfig/fontconfig.h>
 #include <QApplication>
 #include <QIcon>
 #include <cstdio>
 #include <string_view>
+#include <thread>
 
 #include "app/main_window.h"
 #include "app/snapshot.h"
@@ -35,12 +37,15 @@ int main(int argc, char** argv) {
         stderr);
     return 1;
   }
+  // Qt reads the font configuration the first time it needs a font, which for this window is
+  // before it can be shown; reading it here, while the application connects to the display,
+  // takes that off the way to the window. fontconfig's initialisation is thread-safe.
+  std::thread(FcInit).detach();
   QApplication app(argc, argv);
   QApplication::setApplicationName(QStringLiteral("Kestravine"));
   QApplication::setDesktopFileName(QStringLiteral("kestravine-launcher"));
-  QApplication::setWindowIcon(
-      QIcon::fromTheme(QStringLiteral("kestravine-launcher"),
-                       QIcon(QStringLiteral(":/icons/kestravine-launcher.svg"))));
+  // From the binary, not the icon theme: looking the theme up costs the start-up several ms.
+  QApplication::setWindowIcon(QIcon(QStringLiteral(":/icons/kestravine-launcher.svg")));
   // The window's close decides when the launcher ends: after a running command, not at once.
   QApplication::setQuitOnLastWindowClosed(false);
   // Never destroyed: output readers still running when the application ends may yet post.

@@ -25,6 +25,7 @@ constexpr int kWidth = 440;
 constexpr int kHeight = 320;
 constexpr int kMargin = 20;
 constexpr int kGap = 12;
+constexpr double kBodyFontSize = 13;
 constexpr int kWorkingLogHeight = 150;
 constexpr int kDetailsLogHeight = 130;
 constexpr int kFrameMilliseconds = 16;
@@ -119,6 +120,10 @@ ContentView::ContentView(QWidget* parent)
     : QWidget(parent), model_(Model::create()), title_(nullptr) {
   accessibility::install();
   setFixedSize(kWidth, kHeight);
+  // The body font for everything without a size of its own (the checking message, the
+  // buttons): Chinese in one face, rather than the desktop's Latin face with fallbacks looked
+  // up glyph by glyph.
+  setFont(style::systemFont(kBodyFontSize));
   // Takes the focus whenever an arrangement appears, so that no button has it (Space and Return
   // then do nothing), while Tab still reaches every button.
   setFocusPolicy(Qt::ClickFocus);
@@ -236,7 +241,7 @@ void ContentView::build(Model::Phase phase) {
 
 void ContentView::buildChecking() {
   arrangement_->layout()->addWidget(
-      label(text("看一眼这台 Mac。"), style::systemFont(13), Role::secondary, false, palette()));
+      label(text("看一眼这台 Mac。"), font(), Role::secondary, false, palette()));
 }
 
 void ContentView::buildReady() {
