@@ -1,7 +1,7 @@
 #include "app/snapshot.h"
 
 #include <QCoreApplication>
-#include <QImageWriter>
+#include <QBuffer>
 #include <QPixmap>
 #include <QPointer>
 #include <QSaveFile>
@@ -18,11 +18,13 @@ bool write(QWidget* content, const QString& path) {
   if (content == nullptr) return false;
   const QImage image = content->grab().toImage();
   if (image.isNull()) return false;
-  // Written beside the target and renamed over it: a full disk leaves the old file whole.
+  // Encoded in memory, then written beside the target and renamed over it: a full disk leaves
+  // the old file whole, and a failed write never reaches the image encoder mid-file.
+  QByteArray png;
+  QBuffer buffer(&png);
+  if (!buffer.open(QIODevice::WriteOnly) || !image.save(&buffer, "PNG")) return false;
   QSaveFile file(path);
-  if (!file.open(QIODevice::WriteOnly)) return false;
-  QImageWriter writer(&file, "png");
-  if (!writer.write(image)) {
+  if (!file.open(QIODevice::WriteOnly) || file.write(png) != png.size()) {
     file.cancelWriting();
     return false;
   }
