@@ -1,73 +1,99 @@
 #include "process/child.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
-#include <set>
 #include <thread>
 
 #include "env/ctx.h"
-#include "process/line_splitter.h"
-#include "support/child_run.h"
+#include "support/processes.h"
 #include "support/test_platform.h"
 
 namespace kestravine {
 namespace {
 
-using testing::ChildRun;
 using ::testing::ElementsAre;
-using testing::helper;
 using testing::isGone;
 using testing::platform;
-using ::testing::UnorderedElementsAre;
 using Lines = std::vector<std::string>;
 
-// Runs a shell line; "$0" and "$1" of the line are the two extra arguments.
-ChildRun shell(const std::string& line, const std::string& zero = "", const std::string& one = "") {
-  return ChildRun("/bin/bash", {"-c", line, zero, one});
-}
-
-struct OutputCase {
-  const char* name;
-  std::string format;  // printf's escapes name the bytes
-  int exitCode;
-  Lines expected;
-  friend void PrintTo(const OutputCase& c, std::ostream* os) { *os << c.name; }
+// A command run through a fresh Child, with what its callbacks delivered, in order. Shared with
+// the callbacks, so that deliveries after the test has ended land harmlessly.
+struct Command {
+  struct Got {
+    Lines lines;
+    std::vector<std::int32_t> exits;
+    Lines events;  // "line:<text>" and "exit:<status>" in arrival order
+  };
+  Command(const std::string& program, const Lines& args, std::optional<std::string> cwd = {},
+      std::map<std::string, std::string> extraEnv = {}) {
+    child->start(
+        program, args, std::move(cwd), std::move(extraEnv),
+        [got = got](std::string line) {
+          got->events.push_back("line:" + line);
+          got->lines.push_back(std::move(line));
+        },
+        [got = got](std::int32_t status) {
+          got->events.push_back("exit:" + std::to_string(status));
+          got->exits.push_back(status);
+        });
+  }
+  // Runs the main queue until the exit and at least `lines` lines have arrived.
+  bool waitFor(std::size_t lines = 0) {
+    return platform().runUntil([&] { return !got->exits.empty() && got->lines.size() >= lines; });
+  }
+  bool waitForLines(std::size_t lines) {
+    return platform().runUntil([&] { return got->lines.size() >= lines; });
+  }
+  // The pids a helper tree printed ("pid N d"), of one disposition or of all.
+  std::vector<pid_t> pids(char disposition = 0) const {
+    std::vector<pid_t> pids;
+    for (const auto& line : got->lines) {
+      if (disposition == 0 || line.back() == disposition) pids.push_back(std::atoi(line.c_str() + 4));
+    }
+    return pids;
+  }
+  std::unique_ptr<Child> child = std::make_unique<Child>();
+  std::shared_ptr<Got> got = std::make_shared<Got>();
 };
 
-class ChildOutput : public ::testing::TestWithParam<OutputCase> {};
-
-TEST_P(ChildOutput, DeliversCleanedNonEmptyLinesAndTheExitCode) {
-  const auto& c = GetParam();
-  ChildRun run = shell("printf \"$0\"; exit $1", c.format, std::to_string(c.exitCode));
-  ASSERT_TRUE(run.waitFor(c.expected.size()));
-  EXPECT_EQ(run.got->lines, c.expected);
-  EXPECT_THAT(run.got->exits, ElementsAre(c.exitCode));
-  EXPECT_TRUE(run.child->isRunning());  // stays true after the end
+// A shell line; "$0" of the line is the extra argument.
+Command shell(const std::string& line, const std::string& zero = "") {
+  return Command("/bin/bash", {"-c", line, zero});
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, ChildOutput,
-    ::testing::Values(OutputCase{"DropsEmptyAndBlankLines", "a\\n\\n   \\nb", 0, {"a", "b"}},
-                      OutputCase{"NoLineEndAtAll", "only line", 0, {"only line"}},
-                      OutputCase{"CrLfStaysInsideTheLine", "x\\r\\ny\\n", 0, {"x\r\ny"}},
-                      OutputCase{"SilentExitThree", "", 3, {}},
-                      OutputCase{"EscapesRemovedAndTrimmed", "  \\e[32mok\\e[0m  \\n", 1, {"ok"}},
-                      OutputCase{"InvalidUtf8Replaced", "\\xff\\xfeA\\n", 0, {"\ufffd\ufffdA"}},
-                      OutputCase{"NulBytesKept", "a\\0b\\n", 0, {std::string("a\0b", 3)}},
-                      OutputCase{"ChineseText", "\\xe5\\xae\\x89\\xe8\\xa3\\x85\\n", 0, {"安装"}}),
-    [](const auto& test) { return std::string(test.param.name); });
+// Killed processes vanish a moment after the signal, asynchronously; wait, with a limit.
+bool waitAllGone(const std::vector<pid_t>& pids) {
+  for (int i = 0; i < 2000; ++i) {
+    if (std::all_of(pids.begin(), pids.end(), isGone)) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return false;
+}
 
-TEST(Child, SignalThatEndsTheCommandIsItsStatus) {
-  for (const char* signal : {"TERM", "KILL"}) {
-    ChildRun run = shell("kill -s $0 $$", signal);
-    ASSERT_TRUE(run.waitFor());
-    EXPECT_THAT(run.got->exits, ElementsAre(std::string(signal) == "TERM" ? 15 : 9));
+TEST(Child, DeliversCleanedNonEmptyLinesAndTheExitStatus) {
+  const std::tuple<std::string, std::string, Lines, std::int32_t> table[] = {
+      {"a\\n\\n   \\nb", "exit 0", {"a", "b"}, 0},  // empty and blank lines dropped
+      {"only line", "exit 0", {"only line"}, 0},
+      {"x\\r\\ny\\n", "exit 0", {"x\r\ny"}, 0},
+      {"", "exit 3", {}, 3},
+      {"  \\e[32mok\\e[0m  \\n", "echo err >&2; exit 1", {"ok", "err"}, 1},
+      {"\\xff\\xfeA\\n", "exit 0", {"\ufffd\ufffdA"}, 0},
+      {"a\\0b\\n", "exit 0", {std::string("a\0b", 3)}, 0},
+      {"\\xe5\\xae\\x89\\xe8\\xa3\\x85\\n", "kill -s TERM $$", {"安装"}, 15},
+      {"", "kill -s KILL $$", {}, 9},
+  };
+  for (const auto& [format, end, expected, status] : table) {
+    Command run = shell("printf \"$0\"; " + end, format);
+    ASSERT_TRUE(run.waitFor(expected.size()));
+    EXPECT_EQ(run.got->lines, expected);
+    EXPECT_THAT(run.got->exits, ElementsAre(status)) << end;
+    EXPECT_TRUE(run.child->isRunning());  // stays true after the end
   }
 }
 
@@ -78,7 +104,7 @@ TEST(Child, FailedLaunchGivesOneLineThenStatus127) {
       {"/bin/pwd", "/nonexistent/dir"},
   };
   for (const auto& [program, cwd] : table) {
-    ChildRun run(program, {}, cwd);
+    Command run(program, {}, cwd);
     EXPECT_TRUE(run.got->events.empty());  // nothing from inside start()
     ASSERT_TRUE(run.waitFor());
     EXPECT_THAT(run.got->events, ElementsAre("line:起不来：" + program, "exit:127"));
@@ -86,195 +112,115 @@ TEST(Child, FailedLaunchGivesOneLineThenStatus127) {
   }
 }
 
-TEST(Child, OutputOfABackgroundProcessKeepsArrivingAfterTheExit) {
+TEST(Child, OutputOfABackgroundProcessKeepsArrivingAfterTheExitAlsoForAReleasedChild) {
   std::filesystem::create_directories(TEST_SCRATCH);
   const std::string gate = std::string(TEST_SCRATCH) + "/gate";
   unlink(gate.c_str());
   ASSERT_EQ(mkfifo(gate.c_str(), 0600), 0);
-  ChildRun run(helper(), {"background", gate});
-  ASSERT_TRUE(run.waitFor(1));
-  EXPECT_THAT(run.got->events, UnorderedElementsAre("line:parent", "exit:0"));
-  // Only now does the background process write; its lines still arrive.
-  close(open(gate.c_str(), O_WRONLY));
-  ASSERT_TRUE(run.waitFor(4));
-  EXPECT_THAT(std::vector(run.got->events.begin() + 2, run.got->events.end()),
-              ElementsAre("line:late 1", "line:late 2", "line:late 3"));
-}
-
-TEST(Child, ReleasedChildStillDeliversEverything) {
-  ChildRun run = shell("printf 'one\\ntwo'; exit 4");
+  Command run("/bin/bash", {"-c", "echo parent; (read -r _ < \"$0\"; echo late) & exit 0", gate});
   run.child.reset();
-  ASSERT_TRUE(run.waitFor(2));
-  EXPECT_THAT(run.got->lines, ElementsAre("one", "two"));
-  EXPECT_THAT(run.got->exits, ElementsAre(4));
+  ASSERT_TRUE(run.waitFor(1));
+  EXPECT_EQ(run.got->exits, std::vector<std::int32_t>{0});
+  close(open(gate.c_str(), O_WRONLY));  // only now does the background process write
+  ASSERT_TRUE(run.waitForLines(2));
+  EXPECT_THAT(run.got->lines, ElementsAre("parent", "late"));
 }
 
-TEST(Child, LongLinesArriveCutAtTheCapAndMarked) {
-  ChildRun run = shell("head -c 50000000 /dev/zero | tr '\\0' x; printf '\\nnext\\n'");
-  ASSERT_TRUE(run.waitFor(2));
-  ASSERT_EQ(run.got->lines.size(), 2u);
-  EXPECT_EQ(run.got->lines[0], std::string(LineSplitter::kMaxLineCharacters, 'x') + "\u2026");
-  EXPECT_EQ(run.got->lines[1], "next");
-}
+// Lines past the cap are cut at 16,384 characters and marked; everything arrives, in order.
+TEST(Child, FloodsArriveWholeInOrderLongLinesCut) {
+  Command cut = shell("head -c 50000000 /dev/zero | tr '\\0' x; printf '\\nnext\\n'");
+  ASSERT_TRUE(cut.waitFor(2));
+  EXPECT_THAT(cut.got->lines, ElementsAre(std::string(16384, 'x') + "\u2026", "next"));
 
-// Counts lines as they arrive and checks each is the next one expected.
-struct InOrder {
-  std::function<std::string(long)> expected;
-  long count = 0;
-  long firstWrong = -1;
-  void operator()(const std::string& line) {
-    if (firstWrong < 0 && line != expected(count)) firstWrong = count;
-    ++count;
-  }
-};
-
-TEST(ChildFlood, EveryLineArrivesInOrder) {
-  struct Case {
-    const char* style;
-    long lines;
-    std::function<std::string(long)> expected;
-  };
-  const Case table[] = {
-      {"plain", 10000000, [](long i) { return "INFO step " + std::to_string(i) + " done"; }},
-      {"invalid", 1000000,
-       [](long i) {
-         return "\ufffd\ufffd step " + std::to_string(i) + std::string(" \0 done", 7);
-       }},
-  };
-  for (const auto& c : table) {
-    auto seen = std::make_shared<InOrder>();
-    seen->expected = c.expected;
+  for (const char* style : {"plain", "invalid"}) {
+    long count = 0;
+    long firstWrong = -1;
     bool exited = false;
     Child child;
     child.start(
-        helper(), {"flood", std::to_string(c.lines), c.style}, std::nullopt, {},
-        [seen](std::string line) { (*seen)(line); }, [&](std::int32_t) { exited = true; });
-    ASSERT_TRUE(platform().runUntil([&] { return exited && seen->count == c.lines; },
+        TEST_HELPER, {"flood", "2000000", style}, std::nullopt, {},
+        [&, style](std::string line) {
+          const std::string expected = style == std::string("plain")
+              ? "INFO step " + std::to_string(count) + " done"
+              : "\ufffd\ufffd step " + std::to_string(count) + std::string(" \0 done", 7);
+          if (firstWrong < 0 && line != expected) firstWrong = count;
+          ++count;
+        },
+        [&](std::int32_t) { exited = true; });
+    ASSERT_TRUE(platform().runUntil([&] { return exited && count == 2000000; },
                                     std::chrono::minutes(2)))
-        << c.style << ": " << seen->count << " lines";
-    EXPECT_EQ(seen->firstWrong, -1) << c.style;
+        << style << ": " << count;
+    EXPECT_EQ(firstWrong, -1) << style;
   }
 }
 
-// The environment: launcher environment, product PATH first, extra variables laid over it.
-TEST(Child, ComposesTheEnvironment) {
-  const std::string nodeBin = Ctx::kestravineHome() + "/node/bin";
-  auto valueOf = [](const std::string& name, std::map<std::string, std::string> extra = {}) {
-    ChildRun run("/usr/bin/printenv", {name}, std::nullopt, std::move(extra));
+// The launcher's environment, the product's node first on PATH, extra variables laid over it;
+// only the three standard descriptors; the working directory given or the launcher's.
+TEST(Child, ComposesEnvironmentDescriptorsAndDirectory) {
+  auto firstLine = [](const std::string& program, const Lines& args,
+                      std::map<std::string, std::string> extra = {},
+                      std::optional<std::string> cwd = {}) {
+    Command run(program, args, cwd, std::move(extra));
     EXPECT_TRUE(run.waitFor(1));
     return run.got->lines.empty() ? std::string() : run.got->lines[0];
   };
+  const std::string nodeBin = Ctx::kestravineHome() + "/node/bin";
   const std::string launcherPath = std::getenv("PATH");
-  EXPECT_EQ(valueOf("PATH"), nodeBin + ":" + launcherPath);
-  EXPECT_EQ(valueOf("PATH", {{"PATH", "/only"}}), "/only");
-  EXPECT_EQ(valueOf("HOME", {{"HOME", "/elsewhere"}}), "/elsewhere");
-  setenv("LATE_VARIABLE", "live", 1);  // read at start(), not from a snapshot
-  EXPECT_EQ(valueOf("LATE_VARIABLE"), "live");
-  unsetenv("LATE_VARIABLE");
+  EXPECT_EQ(firstLine("/usr/bin/printenv", {"PATH"}), nodeBin + ":" + launcherPath);
+  EXPECT_EQ(firstLine("/usr/bin/printenv", {"PATH"}, {{"PATH", "/only"}}), "/only");
+  EXPECT_EQ(firstLine("/usr/bin/printenv", {"HOME"}, {{"HOME", "/elsewhere"}}), "/elsewhere");
   setenv("PATH", "", 1);
-  EXPECT_EQ(valueOf("PATH"), nodeBin + ":");
+  EXPECT_EQ(firstLine("/usr/bin/printenv", {"PATH"}), nodeBin + ":");
   unsetenv("PATH");
-  EXPECT_EQ(valueOf("PATH"), nodeBin + ":/usr/bin:/bin:/usr/sbin:/sbin");
+  EXPECT_EQ(firstLine("/usr/bin/printenv", {"PATH"}), nodeBin + ":/usr/bin:/bin:/usr/sbin:/sbin");
   setenv("PATH", launcherPath.c_str(), 1);
-}
 
-TEST(Child, WorkingDirectoryGivenOrInherited) {
-  ChildRun inherited("/bin/pwd", {});
-  ChildRun given("/bin/pwd", {}, "/tmp");
-  ASSERT_TRUE(inherited.waitFor(1));
-  ASSERT_TRUE(given.waitFor(1));
-  EXPECT_THAT(inherited.got->lines, ElementsAre(std::filesystem::current_path().string()));
-  EXPECT_THAT(given.got->lines, ElementsAre("/tmp"));
-}
+  EXPECT_EQ(firstLine("/bin/pwd", {}), std::filesystem::current_path().string());
+  EXPECT_EQ(firstLine("/bin/pwd", {}, {}, "/tmp"), "/tmp");
 
-// Collects the "pid N" lines a helper tree prints.
-std::vector<pid_t> pidsOf(const Lines& lines) {
-  std::vector<pid_t> pids;
-  for (const auto& line : lines) pids.push_back(std::atoi(line.c_str() + 4));
-  return pids;
-}
-
-bool allGone(const std::vector<pid_t>& pids) {
-  return std::all_of(pids.begin(), pids.end(), isGone);
-}
-
-// Killed processes vanish asynchronously; wait for that with a generous real-time limit.
-bool waitAllGone(const std::vector<pid_t>& pids) {
-  for (int i = 0; i < 2000 && !allGone(pids); ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  return allGone(pids);
-}
-
-TEST(ChildCancel, StopsAThreeLevelTreeWithTrappersAfterTheFollowUp) {
-  // The command traps SIGTERM; below it a trapping child with a trapping and a normal child,
-  // and a normal child with a normal child.
-  ChildRun run(helper(), {"tree", "t", "tn/tn"});
-  ASSERT_TRUE(platform().runUntil([&] { return run.got->lines.size() == 5; }));
-  const std::vector<pid_t> pids = pidsOf(run.got->lines);
-  std::set<pid_t> below(pids.begin() + 1, pids.end());
-  auto listed = Child::descendants(pids[0]);
-  EXPECT_EQ(std::set<pid_t>(listed.begin(), listed.end()), below);
-
-  const std::size_t timersBefore = platform().pendingTimers();
-  run.child->cancel();
-  EXPECT_EQ(platform().pendingTimers(), timersBefore + 1);
-  EXPECT_EQ(platform().nextTimerAt() - platform().now(), std::chrono::seconds(10));
-  // The trappers survive SIGTERM; the follow-up's SIGKILL ends them.
-  EXPECT_FALSE(isGone(pids[0]));
-  platform().advance(std::chrono::seconds(10));
-  ASSERT_TRUE(run.waitFor());
-  EXPECT_THAT(run.got->exits, ElementsAre(9));
-  EXPECT_TRUE(waitAllGone(pids));
-}
-
-TEST(ChildCancel, PlainCommandEndsOnSigterm) {
-  ChildRun run(helper(), {"tree", "n", ""});
-  ASSERT_TRUE(platform().runUntil([&] { return !run.got->lines.empty(); }));
-  run.child->cancel();
-  ASSERT_TRUE(run.waitFor());
-  EXPECT_THAT(run.got->exits, ElementsAre(15));
-  platform().advance(std::chrono::seconds(10));  // the follow-up finds it reaped: no signal
-}
-
-TEST(ChildCancel, AfterTheEndOrBeforeTheStartSignalsNothing) {
-  ChildRun ended(helper(), {"emit", "", "0"});
-  ASSERT_TRUE(ended.waitFor());
-  Child neverStarted;
-  const std::size_t timersBefore = platform().pendingTimers();
-  ended.child->cancel();
-  neverStarted.cancel();
-  EXPECT_EQ(platform().pendingTimers(), timersBefore);
-}
-
-TEST(Child, OnlyTheThreeStandardDescriptorsReachTheCommand) {
   // Descriptors the launcher inherited from whoever started it are not close-on-exec.
-  const int inherited[] = {dup2(STDIN_FILENO, 9), fcntl(STDIN_FILENO, F_DUPFD, 200)};
-  for (int fd : inherited) {
+  for (int fd : {dup2(STDIN_FILENO, 9), fcntl(STDIN_FILENO, F_DUPFD, 200)}) {
     ASSERT_GE(fd, 0);
-    ChildRun run = shell(
-        "for fd in 0 1 2 $0; do [ -e /proc/$$/fd/$fd ] && echo \"$fd open\" "
-        "|| echo \"$fd closed\"; done",
-        std::to_string(fd));
-    ASSERT_TRUE(run.waitFor(4));
-    EXPECT_THAT(run.got->lines,
-                ElementsAre("0 open", "1 open", "2 open", std::to_string(fd) + " closed"));
+    const std::string check = "for fd in 0 1 2 " + std::to_string(fd) +
+                              "; do [ -e /proc/$$/fd/$fd ] && printf '%s ' $fd; done; echo";
+    EXPECT_EQ(firstLine("/bin/bash", {"-c", check}), "0 1 2");
     close(fd);
   }
 }
 
-TEST(ChildCancel, FollowUpKillsWhatGotSigtermAlsoAfterItsParentDied) {
-  // The command dies of SIGTERM; its child ignores SIGTERM and is handed to another parent.
-  ChildRun run(helper(), {"tree", "n", "t"});
-  ASSERT_TRUE(platform().runUntil([&] { return run.got->lines.size() == 2; }));
-  const std::vector<pid_t> pids = pidsOf(run.got->lines);
-  run.child->cancel();
-  ASSERT_TRUE(run.waitFor());
-  EXPECT_THAT(run.got->exits, ElementsAre(15));
-  EXPECT_TRUE(Child::descendants(pids[0]).empty());  // no longer below the command
-  EXPECT_FALSE(isGone(pids[1]));
-  platform().advance(std::chrono::seconds(10));
-  EXPECT_TRUE(waitAllGone(pids));
+// Cancel: SIGTERM to the whole tree at once (what does not trap it ends), SIGKILL 10 s later to
+// whatever then descends from the command (a TERM trap may have started more), to what got the
+// SIGTERM even if its parent has died since, and to the command.
+TEST(ChildCancel, StopsTheWholeTreeTrapsAndOrphansIncluded) {
+  const std::tuple<std::string, std::string, std::size_t, std::int32_t> table[] = {
+      {"t", "tn/tn", 5, 9},  // a trapping command with trapping and plain processes below
+      {"n", "t", 2, 15},     // the command ends on SIGTERM; its trapping child is orphaned
+      {"s", "", 1, 9},       // the command's TERM trap starts a process that ignores SIGTERM
+  };
+  for (const auto& [disposition, shape, size, status] : table) {
+    Command run(TEST_HELPER, {"tree", disposition, shape});
+    ASSERT_TRUE(run.waitForLines(size));
+    const std::size_t timers = platform().pendingTimers();
+    run.child->cancel();
+    EXPECT_EQ(platform().pendingTimers(), timers + 1);
+    EXPECT_EQ(platform().nextTimerAt() - platform().now(), std::chrono::seconds(10));
+    EXPECT_TRUE(waitAllGone(run.pids('n'))) << disposition;
+    for (pid_t pid : run.pids('t')) EXPECT_FALSE(isGone(pid)) << disposition;
+    platform().advance(std::chrono::seconds(10));
+    ASSERT_TRUE(run.waitFor());
+    EXPECT_THAT(run.got->exits, ElementsAre(status)) << disposition;
+    EXPECT_TRUE(testing::waitForNoMarkedProcess().empty()) << disposition;
+  }
+}
+
+TEST(ChildCancel, AfterTheEndOrBeforeTheStartNothingIsSignalled) {
+  Command ended = shell("exit 0");
+  ASSERT_TRUE(ended.waitFor());
+  Child neverStarted;
+  const std::size_t timers = platform().pendingTimers();
+  ended.child->cancel();
+  neverStarted.cancel();
+  EXPECT_EQ(platform().pendingTimers(), timers);
 }
 
 TEST(ChildCancel, PendingFollowUpsHoldBackWhatWaitsForThem) {
@@ -283,8 +229,8 @@ TEST(ChildCancel, PendingFollowUpsHoldBackWhatWaitsForThem) {
   EXPECT_FALSE(ran);  // never from inside the call
   ASSERT_TRUE(platform().runUntil([&] { return ran; }));
 
-  ChildRun run(helper(), {"tree", "t", ""});
-  ASSERT_TRUE(platform().runUntil([&] { return !run.got->lines.empty(); }));
+  Command run(TEST_HELPER, {"tree", "t", ""});
+  ASSERT_TRUE(run.waitForLines(1));
   run.child->cancel();
   ran = false;
   Child::afterPendingKills([&] { ran = true; });
@@ -293,7 +239,43 @@ TEST(ChildCancel, PendingFollowUpsHoldBackWhatWaitsForThem) {
   platform().advance(std::chrono::milliseconds(1));
   ASSERT_TRUE(platform().runUntil([&] { return ran; }));
   ASSERT_TRUE(run.waitFor());
-  EXPECT_THAT(run.got->exits, ElementsAre(9));
+}
+
+std::size_t entries(const char* dir) {
+  std::size_t count = 0;
+  if (DIR* d = opendir(dir)) {
+    while (dirent* e = readdir(d)) count += e->d_name[0] != '.';
+    closedir(d);
+  }
+  return count - (std::string(dir) == "/proc/self/fd" ? 1 : 0);  // opendir's own descriptor
+}
+
+// Cancelling trees again and again, the Child dropped at once as the model does, leaves no
+// process, descriptor or thread behind; once with the real 10 s delay on a thread of its own.
+TEST(ChildSoak, CancelledTreesLeaveNothingBehind) {
+  auto cycle = [](bool realTime) {
+    Command run(TEST_HELPER, {"tree", "t", "tn/tn"});
+    EXPECT_TRUE(run.waitForLines(5));
+    run.child->cancel();
+    run.child.reset();
+    if (!realTime) platform().advance(std::chrono::seconds(10));
+    EXPECT_TRUE(platform().runUntil([&] { return !run.got->exits.empty(); }));
+    EXPECT_TRUE(waitAllGone(run.pids()));
+  };
+  cycle(false);  // what is made once per process is in the baseline
+  const std::size_t fds = entries("/proc/self/fd");
+  const std::size_t threads = entries("/proc/self/task");
+  for (int i = 0; i < 100 && !::testing::Test::HasFailure(); ++i) cycle(false);
+  platform().setRealTimeBackground(true);
+  cycle(true);
+  platform().setRealTimeBackground(false);
+  EXPECT_TRUE(testing::waitForNoMarkedProcess().empty());
+  for (int i = 0; i < 400 && (entries("/proc/self/fd") > fds || entries("/proc/self/task") > threads);
+       ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));  // readers end a moment later
+  }
+  EXPECT_LE(entries("/proc/self/fd"), fds);
+  EXPECT_LE(entries("/proc/self/task"), threads);
 }
 
 }  // namespace

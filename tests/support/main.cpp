@@ -1,12 +1,15 @@
-// The main of every test program: the virtual platform as the launcher's platform, this
-// process's own HTTP port as the product's port, and for widget tests an offscreen QApplication.
+// The main of every test program: marks this process's environment so that every process a test
+// starts can be found again, points the probe at this process's own server, installs the
+// virtual platform, and for widget tests makes an offscreen QApplication.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <string>
 
-#include "support/http_server.h"
+#include "support/processes.h"
 #include "support/test_platform.h"
+#include "support/test_server.h"
 
 #ifdef KESTRAVINE_TEST_WIDGETS
 #include <QApplication>
@@ -25,8 +28,8 @@ VirtualPlatform& platform() {
 
 int main(int argc, char** argv) {
   ::testing::InitGoogleTest(&argc, argv);
-  // The probe asks 127.0.0.1 at 5199 + the offset: point it at a port of this process's own,
-  // before the environment snapshot is taken. An offset the test entry sets stays as it is.
+  setenv(kestravine::testing::kMark, std::to_string(getpid()).c_str(), 1);
+  // Before the environment snapshot; an offset the CTest entry sets stays as it is.
   const int port = kestravine::testing::server().port();
   setenv("ZORVEL_PORT_OFFSET", std::to_string(port - 5199).c_str(), 0);
   kestravine::installPlatform(kestravine::testing::platform());

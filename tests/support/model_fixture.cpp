@@ -1,17 +1,15 @@
 #include "support/model_fixture.h"
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
-#include <map>
-#include <sstream>
-#include <thread>
+#include <iterator>
 
 #include "env/ctx.h"
-#include "support/http_server.h"
+#include "support/processes.h"
 #include "support/test_platform.h"
+#include "support/test_server.h"
 
 namespace fs = std::filesystem;
 
@@ -28,67 +26,20 @@ void resetDirectory(const std::string& path) {
 
 }  // namespace
 
-std::vector<pid_t> liveDescendants() {
-  std::multimap<pid_t, pid_t> children;
-  // Processes come and go while /proc is read: error codes, not exceptions.
-  std::error_code error;
-  for (fs::directory_iterator it("/proc", error), end; !error && it != end; it.increment(error)) {
-    const fs::directory_entry& entry = *it;
-    std::ifstream stat(entry.path() / "stat");
-    std::string text;
-    if (!std::getline(stat, text)) continue;
-    auto close = text.rfind(')');
-    if (close == std::string::npos) continue;
-    std::istringstream rest(text.substr(close + 2));
-    char state = 0;
-    pid_t pid = std::atoi(entry.path().filename().c_str());
-    pid_t ppid = 0;
-    rest >> state >> ppid;
-    if (state != 'Z') children.emplace(ppid, pid);
-  }
-  std::vector<pid_t> result;
-  std::vector<pid_t> todo{getpid()};
-  while (!todo.empty()) {
-    pid_t parent = todo.back();
-    todo.pop_back();
-    auto [first, last] = children.equal_range(parent);
-    for (auto it = first; it != last; ++it) {
-      result.push_back(it->second);
-      todo.push_back(it->second);
-    }
-  }
-  return result;
-}
-
 void ModelTest::SetUp() {
-  resetDirectory(home());
-  resetDirectory(resources());
-  resetDirectory(record());
-  // Laid out as the launcher ships: the service start's BASH_ENV script beside install.sh.
+  for (const auto& dir : {home(), resources(), record()}) resetDirectory(dir);
   fs::copy_file(SERVICE_ENV_SCRIPT, resources() + "/" + Model::kServiceEnvScript);
+  server().refuse();
   quitsBefore_ = platform().quitCount();
+  openedBefore_ = platform().openedUrls().size();
 }
 
 void ModelTest::TearDown() {
   model.reset();
-  server().stop();
-  // Let every pending timer run: probe retries find no model, kill follow-ups end what a
-  // cancel left; then nothing this test started may still run.
+  // Pending probe retries find no model; pending SIGKILLs end what a cancel left.
   clock().advance(std::chrono::seconds(11));
-  std::vector<pid_t> left = liveDescendants();
-  for (int i = 0; i < 2000 && !left.empty(); ++i) {
-    clock().runUntil([] { return true; });
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    left = liveDescendants();
-  }
-  std::string names;
-  for (pid_t pid : left) {
-    std::ifstream cmdline("/proc/" + std::to_string(pid) + "/cmdline");
-    std::string name;
-    std::getline(cmdline, name, '\0');
-    names += " " + std::to_string(pid) + ":" + name;
-  }
-  EXPECT_TRUE(left.empty()) << "processes left behind:" << names;
+  const std::string left = waitForNoMarkedProcess();
+  EXPECT_TRUE(left.empty()) << "processes left behind:" << left;
 }
 
 std::string ModelTest::home() {
@@ -120,10 +71,9 @@ std::vector<std::string> ModelTest::readLines(const std::string& path) {
 }
 
 void ModelTest::writeInstallScript(const std::string& body) {
+  writeFile(resources() + "/kestravine-2.0.1.tar.gz", "");
   const std::string script = resources() + "/install.sh";
-  writeFile(script + ".new", "printf '%s\\n' \"$0\" \"$@\" > '" + record() +
-                                 "/args'\n"
-                                 "env > '" +
+  writeFile(script + ".new", "printf '%s\\n' \"$0\" \"$@\" > '" + record() + "/args'\nenv > '" +
                                  record() + "/env'\n" + body + "\n");
   fs::rename(script + ".new", script);
 }
@@ -135,9 +85,12 @@ void ModelTest::installProduct(const std::string& command) {
     escaped += c;
   }
   writeFile(home() + "/app/package.json",
-            "{\"name\": \"product\", \"private\": true,\n"
-            " \"scripts\": {\"zorvel:up\": \"" +
+            "{\"name\": \"product\", \"private\": true,\n \"scripts\": {\"zorvel:up\": \"" +
                 escaped + "\"}}\n");
+}
+
+std::string ModelTest::helper(const std::string& args) {
+  return std::string("'") + TEST_HELPER + "' " + args;
 }
 
 bool ModelTest::runUntil(const std::function<bool()>& done) {
@@ -150,6 +103,9 @@ void ModelTest::settle() {
 
 int ModelTest::quits() const {
   return platform().quitCount() - quitsBefore_;
+}
+int ModelTest::opened() const {
+  return static_cast<int>(platform().openedUrls().size() - openedBefore_);
 }
 
 VirtualPlatform& ModelTest::clock() {

@@ -11,9 +11,10 @@
 
 namespace kestravine::testing {
 
-// A fresh product home and resource directory for each test (both inside the build tree: the
-// CTest entry points KESTRAVINE_HOME there), a new Model, and helpers to drive its flow with
-// real processes and virtual time. TearDown() waits until no process this test started is left.
+// One world for the model's flow: a fresh product home and resource directory (inside the build
+// tree, where the CTest entry points KESTRAVINE_HOME), the launcher's service-env script beside
+// install.sh, a server that is not ready, a new Model, real processes and virtual time.
+// TearDown() runs what is still due and then fails if any process the test started is left.
 class ModelTest : public ::testing::Test {
  protected:
   void SetUp() override;
@@ -26,28 +27,30 @@ class ModelTest : public ::testing::Test {
   static void writeFile(const std::string& path, const std::string& text, bool executable = false);
   static std::string readFile(const std::string& path);
   static std::vector<std::string> readLines(const std::string& path);
-  // Replaces install.sh atomically, so a script still running keeps reading its old text.
-  // The script first records its arguments and environment under record().
+  // A tarball and an install script that records its arguments ("args") and environment
+  // ("env") under record(), then runs `body`. Replaced atomically: a running script keeps its
+  // old text.
   static void writeInstallScript(const std::string& body);
-  // Makes the product look installed, with `command` as its "zorvel:up" npm script.
+  // The product looks installed, with `command` as its "zorvel:up" npm script.
   static void installProduct(const std::string& command);
+  static std::string helper(const std::string& args);  // the helper program as a shell command
 
-  // Runs the flow until the launcher quits or fails, moving the virtual clock only when a
-  // timer is all that can move it on. False if that does not happen within the real-time limit.
+  // Runs the flow until the launcher quits or fails, moving the virtual clock only when a timer
+  // of the main queue is all that can move it on. False if that does not happen within the real-time limit.
   bool runToEnd();
   bool runUntil(const std::function<bool()>& done);
-  int quits() const;
-  // Runs the main queue for a short while of real time, so that reports already on their way
-  // (the late exit of a cancelled run) arrive. A report that came later still would make the
-  // check that follows weaker, never wrong: nothing is expected to happen.
+  // Runs the main queue for 0.3 s of real time, so that reports already on their way (a
+  // cancelled run's late exit) arrive; one that came later would weaken the check, not break it.
   void settle();
+  int quits() const;   // since this test began
+  int opened() const;  // browser openings since this test began
 
   VirtualPlatform& clock();
   std::shared_ptr<Model> model = Model::create();
-  int quitsBefore_ = 0;
-};
 
-// Live (non-zombie) processes descending from this test process.
-std::vector<pid_t> liveDescendants();
+ private:
+  int quitsBefore_ = 0;
+  std::size_t openedBefore_ = 0;
+};
 
 }  // namespace kestravine::testing

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+namespace kestravine::testing {
+
+// Every process a test program starts inherits this variable, set to the program's pid, so the
+// processes left behind can be found anywhere on the machine, whatever their parent now is.
+inline constexpr const char* kMark = "KESTRAVINE_TEST_MARK";
+
+// Live (not zombie) processes carrying this program's mark, the program itself left out.
+std::vector<pid_t> markedProcesses();
+// Waits, at most `seconds` of real time, until no marked process is left; returns what is left,
+// as "pid:command" words.
+std::string waitForNoMarkedProcess(int seconds = 10);
+// True when no live process has this pid (gone, or a zombie awaiting its reaper).
+bool isGone(pid_t pid);
+
+}  // namespace kestravine::testing
