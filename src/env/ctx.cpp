@@ -84,6 +84,11 @@ std::int64_t Ctx::portOffset() {
   return ctx_rules::portOffset(value ? std::string_view(*value) : std::string_view());
 }
 
+bool Ctx::fileExists(const std::string& path) {
+  struct stat st {};
+  return ::stat(path.c_str(), &st) == 0;
+}
+
 std::string Ctx::resourceDir() {
   std::string exe = executablePath();
   std::string dir = std::filesystem::path(exe).parent_path().string();

@@ -23,6 +23,9 @@ struct Ctx {
   // Where the tarball and install.sh lie: <executable dir>/../share/kestravine when that exists,
   // else the bundle rule, <executable dir> + "/Contents/Resources".
   static std::string resourceDir();
+  // Whether anything exists at `path`, following a final symbolic link; a path that cannot be
+  // examined counts as absent.
+  static bool fileExists(const std::string& path);
 };
 
 // The rules behind Ctx, as stateless functions of their inputs.

@@ -1,6 +1,5 @@
 #include "model/model.h"
 
-#include <sys/stat.h>
 #include <unicode/normalizer2.h>
 #include <unicode/unistr.h>
 
@@ -39,12 +38,6 @@ constexpr Delay kQuitDelay{800};
 const std::vector<std::string>& serviceStartArgs() {
   static const std::vector<std::string> args{"-lc", "npm run -s zorvel:up"};
   return args;
-}
-
-// Anything at the path, following a final symbolic link; unexaminable counts as absent.
-bool fileExists(const std::string& path) {
-  struct stat st {};
-  return ::stat(path.c_str(), &st) == 0;
 }
 
 std::string applicationAddress() {
@@ -145,7 +138,8 @@ void Model::startRun(const std::vector<std::string>& args, std::optional<std::st
 }
 
 void Model::check() {
-  if (!fileExists(Ctx::kestravineHome() + "/app")) {
+  if (closed_) return;  // the window has gone: nothing more starts
+  if (!Ctx::fileExists(Ctx::kestravineHome() + "/app")) {
     assign(Field::headline, headline_, std::string(kHeadlineNotInstalled));
     assign(Field::phase, phase_, Phase::ready);
     return;
@@ -164,7 +158,7 @@ void Model::startServices() {
   // the product's own node. bash reads BASH_ENV after them: that script puts it first again,
   // then hands the user's own BASH_ENV back (and runs it).
   const std::string serviceEnv = Ctx::resourceDir() + "/" + kServiceEnvScript;
-  if (fileExists(serviceEnv)) {
+  if (Ctx::fileExists(serviceEnv)) {
     extraEnv.emplace("BASH_ENV", serviceEnv);
     extraEnv.emplace("KESTRAVINE_NODE_BIN", Ctx::kestravineHome() + "/node/bin");
     if (const char* own = std::getenv("BASH_ENV"))
@@ -176,10 +170,11 @@ void Model::startServices() {
 }
 
 void Model::install() {
+  if (closed_) return;
   const std::string dir = Ctx::resourceDir();
   const std::string tarball = firstTarball(dir);
   const std::string script = dir + "/install.sh";
-  if (tarball.empty() || !fileExists(script)) {
+  if (tarball.empty() || !Ctx::fileExists(script)) {
     assign(Field::failure, failure_, std::string(kMissingFiles));
     assign(Field::phase, phase_, Phase::failed);
     return;
@@ -205,6 +200,7 @@ void Model::install() {
 }
 
 void Model::openWhenReady(std::int64_t attempt) {
+  if (closed_) return;
   if (attempt > kLastAttempt) {
     fail(kServicesFailedBefore + Ctx::kestravineHome() + kServicesFailedAfter);
     return;

@@ -67,7 +67,8 @@ class Model : public std::enable_shared_from_this<Model> {
   // Back from a failure to the install offer.
   void retry();
 
-  // The window has gone away. Nothing further is shown or started, and nothing is stopped: the
+  // The window has gone away. Nothing further is shown or started (later calls of check() and
+  // install() do nothing, and a probe chain ends), and nothing is stopped: the
   // running service start or install keeps its output read (and dropped) so that it runs to its
   // end, and its exit then starts no probe and shows no failure. `done` runs on the main queue
   // once that command has exited (at once if none runs) and every pending SIGKILL follow-up of

@@ -28,6 +28,9 @@ void MainQueue::wakeIfIdle(std::unique_lock<std::mutex>& lock) {
 
 bool MainQueue::drain(std::chrono::steady_clock::duration budget) {
   const auto deadline = std::chrono::steady_clock::now() + budget;
+  // Tasks can be slices of a flood of lines that queue themselves again: the clock is read
+  // before each task but the very first, also across refills of the batch.
+  bool first = true;
   for (;;) {
     if (running_.empty()) {
       std::lock_guard lock(mutex_);
@@ -35,8 +38,7 @@ bool MainQueue::drain(std::chrono::steady_clock::duration budget) {
       if (queued_.empty()) return false;
       running_.swap(queued_);
     }
-    // Tasks can be slices of a flood of lines: the clock is read before each one.
-    for (bool first = true; !running_.empty(); first = false) {
+    for (; !running_.empty(); first = false) {
       if (!first && std::chrono::steady_clock::now() >= deadline) return true;
       Task task = std::move(running_.front());
       running_.pop_front();

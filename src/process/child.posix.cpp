@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <condition_variable>
 #include <deque>
+#include <set>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -199,12 +200,15 @@ struct Child::Process {
   std::optional<std::vector<ProcessIdentity>> terminate() {
     std::lock_guard lock(reapMutex);
     if (reaped) return std::nullopt;
-    std::vector<pid_t> tree = Child::descendants(pid);
+    const std::vector<pid_t> tree = Child::descendants(pid);
+    const std::set<pid_t> members(tree.begin(), tree.end());
     std::vector<ProcessIdentity> signalled;
-    std::for_each(tree.rbegin(), tree.rend(), [&signalled](pid_t p) {
-      // The identity is taken before the signal, so it names the process that got it.
-      if (auto identity = ProcessIdentity::of(p)) signalled.push_back(*identity);
-      ::kill(p, SIGTERM);
+    std::for_each(tree.rbegin(), tree.rend(), [&](pid_t p) {
+      // Read before the signal and sent through it, so the identity names the process that got
+      // it; a pid whose parent is not in the tree was given to another process since the listing.
+      auto identity = ProcessIdentity::of(p);
+      if (!identity || (identity->parent != pid && !members.contains(identity->parent))) return;
+      if (identity->signal(SIGTERM)) signalled.push_back(*identity);
     });
     ::kill(pid, SIGTERM);
     return signalled;

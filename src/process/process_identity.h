@@ -16,11 +16,12 @@ namespace kestravine {
 struct ProcessIdentity {
   pid_t pid = -1;
   std::uint64_t startTime = 0;
+  pid_t parent = 0;  // when it was read: a process is handed to another parent when its own dies
 
   // The process that `pid` names now; none if there is none.
   static std::optional<ProcessIdentity> of(pid_t pid);
-  // The start time in the text of a /proc/<pid>/stat file; none if it does not hold one.
-  static std::optional<std::uint64_t> startTimeInStat(std::string_view stat);
+  // The identity in the text of a /proc/<pid>/stat file; none if it does not hold one.
+  static std::optional<ProcessIdentity> fromStat(pid_t pid, std::string_view stat);
 
   // Sends `signal` if the pid still names this same process, whatever its parent now is.
   // Free of races: the check and the signal go through one pidfd.

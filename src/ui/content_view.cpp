@@ -1,7 +1,5 @@
 #include "ui/content_view.h"
 
-#include <sys/stat.h>
-
 #include <QCoreApplication>
 #include <QHBoxLayout>
 #include <QPushButton>
@@ -109,11 +107,6 @@ QWidget* buttonRow(QPushButton* button, bool leading) {
   return row;
 }
 
-bool exists(const std::string& path) {
-  struct stat st {};
-  return ::stat(path.c_str(), &st) == 0;
-}
-
 }  // namespace
 
 ContentView::ContentView(QWidget* parent)
@@ -213,6 +206,9 @@ void ContentView::build(Model::Phase phase) {
     column_->layout()->removeWidget(arrangement_);
     arrangement_->hide();
     arrangement_->deleteLater();
+    status_ = failure_ = nullptr;
+    log_ = nullptr;
+    cancelRow_ = details_ = nullptr;
   }
   arrangement_ = new QWidget;
   auto* layout = new QVBoxLayout(arrangement_);
@@ -307,7 +303,6 @@ void ContentView::setDetailsExpanded(bool expanded) {
     log_->setFixedHeight(kDetailsLogHeight);
     details_->layout()->addWidget(log_);
     log_->show();
-    log_->setLines(model_->lines(), firstLineNumber());
   }
   render();
 }
@@ -337,7 +332,7 @@ void ContentView::showEvent(QShowEvent* event) {
 void ContentView::autostart() {
   auto value = Ctx::env().find("KESTRAVINE_LAUNCHER_AUTOSTART");
   if (value == Ctx::env().end() || value->second != "1") return;
-  if (exists(Ctx::kestravineHome() + "/app")) return;
+  if (Ctx::fileExists(Ctx::kestravineHome() + "/app")) return;
   // Only while the install is still on offer: a click in the meantime has started it already,
   // and two install scripts must never run side by side.
   platform().postAfter(kAutostartDelay, [weak = std::weak_ptr<Model>(model_)] {

@@ -191,8 +191,13 @@ void LogView::updateGeometry(bool keepFollowing) {
     const int offset = keepFollowing ? endPosition() : scrollBar_->value();
     if (!settleVisible(offset)) break;
   }
+  const int before = scrollBar_->value();
   const QSignalBlocker blocker(scrollBar_);
   scrollBar_->setRange(0, std::max(0, contentHeight_ - height()));
+  // A shorter list may pull the position back: what is in view there is laid out too.
+  if (scrollBar_->value() != before && settleVisible(scrollBar_->value())) {
+    scrollBar_->setRange(0, std::max(0, contentHeight_ - height()));
+  }
   scrollBar_->setPageStep(height());
   scrollBar_->setSingleStep(QFontMetrics(font()).height());
   scrollBar_->setGeometry(width() - kMargin + (kMargin - kIndicatorWidth) / 2, 4, kIndicatorWidth,
@@ -272,6 +277,9 @@ void LogView::paintEvent(QPaintEvent* event) {
   painter.setPen(style::secondary(palette()));
   const int offset = scrollBar_->value();
   const QRect visible = event->rect();
+  // Rows come into view exact (settled on every scroll and change); should one not be, its
+  // height is put right before anything is drawn at a wrong place.
+  if (settleVisible(offset)) updateGeometry(isFollowing());
   for (auto& row : rows_) {
     const int top = row.top - offset;
     if (top + row.height < visible.top()) continue;

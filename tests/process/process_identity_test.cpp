@@ -10,17 +10,17 @@
 namespace kestravine {
 namespace {
 
-TEST(ProcessIdentity, StartTimeIsField22AfterTheCommandName) {
-  const std::string tail = " S 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 424242 99 100\n";
-  const std::pair<std::string, std::optional<std::uint64_t>> table[] = {
-      {"17 (sleep)" + tail, 424242},
-      {"17 (a) (b c) d)" + tail, 424242},  // the name may hold blanks and parentheses
+TEST(ProcessIdentity, ParentIsField4AndStartTimeField22AfterTheCommandName) {
+  const std::string tail = " S 7 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 424242 99 100\n";
+  const std::pair<std::string, std::optional<ProcessIdentity>> table[] = {
+      {"17 (sleep)" + tail, ProcessIdentity{17, 424242, 7}},
+      {"17 (a) (b c) d)" + tail, ProcessIdentity{17, 424242, 7}},  // blanks and parentheses
       {"17 (sleep) S 1 2 3", std::nullopt},
       {"no parenthesis at all", std::nullopt},
       {"", std::nullopt},
   };
   for (const auto& [stat, expected] : table) {
-    EXPECT_EQ(ProcessIdentity::startTimeInStat(stat), expected) << stat;
+    EXPECT_EQ(ProcessIdentity::fromStat(17, stat), expected) << stat;
   }
 }
 
@@ -33,7 +33,7 @@ TEST(ProcessIdentity, SignalsOnlyTheSameProcess) {
 
   // Another process that had this pid before, or will have it after: not signalled.
   for (auto startTime : {identity->startTime - 1, identity->startTime + 1}) {
-    EXPECT_FALSE((ProcessIdentity{sleeper.pid, startTime}.signal(SIGKILL)));
+    EXPECT_FALSE((ProcessIdentity{sleeper.pid, startTime, getpid()}.signal(SIGKILL)));
   }
   EXPECT_EQ(waitpid(sleeper.pid, nullptr, WNOHANG), 0);  // still running
   EXPECT_TRUE(identity->signal(SIGKILL));

@@ -54,6 +54,8 @@ TestServer::TestServer() : state_(new State) {
     std::abort();
   }
   s.thread = std::thread([&s] { s.http.listen_after_bind(); });
+  // stop() before the loop has begun would leave it running for good.
+  while (!s.http.is_running()) std::this_thread::yield();
 }
 
 TestServer::~TestServer() {
