@@ -11,7 +11,7 @@ CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWit
 cmake --build build-fuzz
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
-for target in plain line_splitter process_listing; do
+for target in plain line_splitter; do
   mkdir -p "$scratch/$target"
   echo "== ${target}_fuzzer for ${seconds} s"
   status=0

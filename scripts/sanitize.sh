@@ -23,4 +23,4 @@ echo "== ThreadSanitizer"
 CC=clang CXX=clang++ cmake -S . -B build-tsan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DKESTRAVINE_SANITIZE=thread -DKESTRAVINE_BUILD_APP=OFF -DKESTRAVINE_BUILD_BENCH=OFF >/dev/null
 cmake --build build-tsan --target test_helper platform_tests process_tests model_tests
-ctest --test-dir build-tsan --output-on-failure -j"$jobs" -R '^(platform|process|model)\.'
+ctest --test-dir build-tsan --output-on-failure -j"$jobs" -R '^(platform|process|model)(\.|$)'

@@ -29,7 +29,9 @@ TEST_F(ModelTest, InstallRunsTheScriptAndAFailureKeepsItsLines) {
   model->check();
   std::vector<Field> seen;
   model->addListener([&](Field f) { seen.push_back(f); });
+  setenv("KESTRAVINE_HOME", "/changed", 1);  // the script gets the value the launcher started with
   model->install();
+  setenv("KESTRAVINE_HOME", home().c_str(), 1);
   EXPECT_EQ(seen, (std::vector<Field>{Field::phase, Field::canCancel, Field::status, Field::lines}));
   EXPECT_EQ(model->phase(), Phase::working);
   EXPECT_EQ(model->status(), "在装，第一次要几分钟。");
@@ -83,6 +85,7 @@ TEST_F(ModelTest, MissingInstallationFilesStartNothing) {
       {{"Kestravine-2.0.1.tar.gz", "install.sh"}, true},
       {{"kestravine-2.0.1.tgz", "install.sh"}, true},
       {{"kestravine-2.0.1.tar.gz"}, true},
+      {{"kestravine-2.0.1.gz", "kestravine.tar.gz", "install.sh"}, true},
       {{}, false},  // no resource directory at all
   };
   for (const auto& [names, directory] : table) {

@@ -192,18 +192,20 @@ TEST(Child, ComposesEnvironmentDescriptorsAndDirectory) {
 // whatever then descends from the command (a TERM trap may have started more), to what got the
 // SIGTERM even if its parent has died since, and to the command.
 TEST(ChildCancel, StopsTheWholeTreeTrapsAndOrphansIncluded) {
-  const std::tuple<std::string, std::string, std::size_t, std::int32_t> table[] = {
-      {"t", "tn/tn", 5, 9},  // a trapping command with trapping and plain processes below
-      {"n", "t", 2, 15},     // the command ends on SIGTERM; its trapping child is orphaned
-      {"s", "", 1, 9},       // the command's TERM trap starts a process that ignores SIGTERM
+  // The processes' lines before the cancel, and after it.
+  const std::tuple<std::string, std::string, std::size_t, std::size_t, std::int32_t> table[] = {
+      {"t", "tn/tn", 5, 5, 9},  // a trapping command with trapping and plain processes below
+      {"n", "t", 2, 2, 15},     // the command ends on SIGTERM; its trapping child is orphaned
+      {"s", "", 1, 2, 9},       // the command's TERM trap starts a process that ignores SIGTERM
   };
-  for (const auto& [disposition, shape, size, status] : table) {
+  for (const auto& [disposition, shape, size, after, status] : table) {
     Command run(TEST_HELPER, {"tree", disposition, shape});
     ASSERT_TRUE(run.waitForLines(size));
     const std::size_t timers = platform().pendingTimers();
     run.child->cancel();
     EXPECT_EQ(platform().pendingTimers(), timers + 1);
     EXPECT_EQ(platform().nextTimerAt() - platform().now(), std::chrono::seconds(10));
+    ASSERT_TRUE(run.waitForLines(after));
     EXPECT_TRUE(waitAllGone(run.pids('n'))) << disposition;
     for (pid_t pid : run.pids('t')) EXPECT_FALSE(isGone(pid)) << disposition;
     platform().advance(std::chrono::seconds(10));
