@@ -17,19 +17,8 @@ out=$build/bench-lateness
 mkdir -p "$out"
 
 . "$here/../tools/xvfb.sh"
-tmp=$(mktemp -d)
-cleanup() {
-  local f
-  for f in "$tmp"/*.pid; do
-    if [ -s "$f" ]; then pkill -KILL -s "$(cat "$f")" 2>/dev/null || true; fi
-  done
-  stop_xvfb
-  rm -rf "$tmp"
-}
-trap cleanup EXIT
-start_xvfb
-mkdir -m 700 "$tmp/runtime"
-export XDG_RUNTIME_DIR="$tmp/runtime" QT_QPA_PLATFORM=xcb KESTRAVINE_LAUNCHER_AUTOSTART=1
+start_bench_display
+export QT_QPA_PLATFORM=xcb KESTRAVINE_LAUNCHER_AUTOSTART=1
 unset KESTRAVINE_LAUNCHER_SHOT
 
 # One run on an install script of its own, in a session of its own so that it can be ended.

@@ -16,19 +16,7 @@ launcher=$build/bin/kestravine-launcher
 [ -x /usr/bin/time ] || die "missing /usr/bin/time (Debian: time)"
 
 . "$here/../tools/xvfb.sh"
-tmp=$(mktemp -d)
-cleanup() {
-  local f
-  for f in "$tmp"/*.pid; do
-    if [ -s "$f" ]; then pkill -KILL -s "$(cat "$f")" 2>/dev/null || true; fi
-  done
-  stop_xvfb
-  rm -rf "$tmp"
-}
-trap cleanup EXIT
-start_xvfb
-mkdir -m 700 "$tmp/runtime"
-export XDG_RUNTIME_DIR="$tmp/runtime"
+start_bench_display
 unset KESTRAVINE_LAUNCHER_AUTOSTART KESTRAVINE_LAUNCHER_SHOT
 
 awk 'BEGIN { for (i = 1; i <= 1000000; i++) printf "\033[32mINFO\033[0m step %d done\n", i }' \

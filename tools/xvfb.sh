@@ -36,3 +36,22 @@ stop_xvfb() {
     wait "$xvfb_pid" 2>/dev/null || true
   fi
 }
+
+# For benchmarks that run the launcher on scripts of their own: a scratch folder $tmp, a private
+# Xvfb with a runtime folder, and on exit the end of every session whose leader wrote its pid
+# to $tmp/<name>.pid (the install scripts run in sessions of their own).
+start_bench_display() {
+  tmp=$(mktemp -d)
+  trap end_bench_display EXIT
+  start_xvfb
+  mkdir -m 700 "$tmp/runtime"
+  export XDG_RUNTIME_DIR="$tmp/runtime"
+}
+end_bench_display() {
+  local f
+  for f in "$tmp"/*.pid; do
+    if [ -s "$f" ]; then pkill -KILL -s "$(cat "$f")" 2>/dev/null || true; fi
+  done
+  stop_xvfb
+  rm -rf "$tmp"
+}
