@@ -1,7 +1,7 @@
 #include "app/snapshot.h"
 
-#include <QCoreApplication>
 #include <QBuffer>
+#include <QCoreApplication>
 #include <QPixmap>
 #include <QPointer>
 #include <QSaveFile>

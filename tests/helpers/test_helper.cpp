@@ -34,7 +34,8 @@ void spawnOnTerm(int) {
   const std::size_t slash = shape.find('/');
   const std::string here = shape.substr(0, slash);
   for (std::size_t i = 0; i < here.size(); ++i) {
-    if (fork() == 0) tree(here[i], i == 0 && slash != std::string::npos ? shape.substr(slash + 1) : "");
+    if (fork() == 0)
+      tree(here[i], i == 0 && slash != std::string::npos ? shape.substr(slash + 1) : "");
   }
   for (;;) pause();
 }

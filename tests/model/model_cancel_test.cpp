@@ -65,7 +65,8 @@ TEST_F(CancelTest, CancelStopsTheTreeAndItsLateExitStartsNothing) {
 }
 
 TEST_F(CancelTest, LinesOfTheStoppingProcessStillArriveAndRetryOffersTheInstall) {
-  writeInstallScript("trap 'echo stopping; exit 0' TERM; echo started; while :; do sleep 0.05; done");
+  writeInstallScript(
+      "trap 'echo stopping; exit 0' TERM; echo started; while :; do sleep 0.05; done");
   model->check();
   model->install();
   ASSERT_TRUE(runUntil([&] { return !model->lines().empty(); }));
@@ -87,8 +88,9 @@ TEST_F(CancelTest, LinesOfTheStoppingProcessStillArriveAndRetryOffersTheInstall)
 // The first run exits 0 only after the second has started: its exit neither starts a probe nor
 // ends the second run's cancel offer.
 TEST_F(CancelTest, LateExitOfACancelledRunDoesNotDisturbANewInstall) {
-  writeInstallScript("trap 'echo first stopping; sleep 0.3; exit 0' TERM; echo first; "
-                     "while :; do sleep 0.05; done");
+  writeInstallScript(
+      "trap 'echo first stopping; sleep 0.3; exit 0' TERM; echo first; "
+      "while :; do sleep 0.05; done");
   model->install();
   ASSERT_TRUE(runUntil([&] { return !model->lines().empty(); }));
   model->cancel();

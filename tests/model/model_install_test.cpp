@@ -13,8 +13,8 @@ namespace {
 
 using ::testing::Contains;
 using ::testing::ElementsAre;
-using ::testing::Not;
 using testing::ModelTest;
+using ::testing::Not;
 using testing::server;
 using Field = Model::Field;
 using Phase = Model::Phase;
@@ -32,7 +32,8 @@ TEST_F(ModelTest, InstallRunsTheScriptAndAFailureKeepsItsLines) {
   setenv("KESTRAVINE_HOME", "/changed", 1);  // the script gets the value the launcher started with
   model->install();
   setenv("KESTRAVINE_HOME", home().c_str(), 1);
-  EXPECT_EQ(seen, (std::vector<Field>{Field::phase, Field::canCancel, Field::status, Field::lines}));
+  EXPECT_EQ(seen,
+            (std::vector<Field>{Field::phase, Field::canCancel, Field::status, Field::lines}));
   EXPECT_EQ(model->phase(), Phase::working);
   EXPECT_EQ(model->status(), "在装，第一次要几分钟。");
   EXPECT_EQ(model->headline(), "Kestravine会装在这台 Mac 上");

@@ -80,8 +80,8 @@ TEST_F(ProbeTest, UsersProxySettingsNeverStandBetweenProbeAndApplication) {
   const std::string dead = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port));
   const std::string curlHome = std::string(TEST_SCRATCH) + "/curl-home";
   // A curlrc that names the dead proxy, and sends every connection to the dead port anyway.
-  writeFile(curlHome + "/.curlrc", "proxy = \"" + dead + "\"\nconnect-to = \"::" + dead.substr(7) +
-                                        "\"\n");
+  writeFile(curlHome + "/.curlrc",
+            "proxy = \"" + dead + "\"\nconnect-to = \"::" + dead.substr(7) + "\"\n");
   const std::string ownHome = std::getenv("HOME");
   const std::pair<const char*, std::string> table[] = {
       {"http_proxy", dead}, {"all_proxy", dead}, {"ALL_PROXY", dead}, {"HOME", curlHome}};

@@ -31,7 +31,7 @@ struct Command {
     Lines events;  // "line:<text>" and "exit:<status>" in arrival order
   };
   Command(const std::string& program, const Lines& args, std::optional<std::string> cwd = {},
-      std::map<std::string, std::string> extraEnv = {}) {
+          std::map<std::string, std::string> extraEnv = {}) {
     child->start(
         program, args, std::move(cwd), std::move(extraEnv),
         [got = got](std::string line) {
@@ -54,7 +54,8 @@ struct Command {
   std::vector<pid_t> pids(char disposition = 0) const {
     std::vector<pid_t> pids;
     for (const auto& line : got->lines) {
-      if (disposition == 0 || line.back() == disposition) pids.push_back(std::atoi(line.c_str() + 4));
+      if (disposition == 0 || line.back() == disposition)
+        pids.push_back(std::atoi(line.c_str() + 4));
     }
     return pids;
   }
@@ -140,15 +141,16 @@ TEST(Child, FloodsArriveWholeInOrderLongLinesCut) {
     child.start(
         TEST_HELPER, {"flood", "2000000", style}, std::nullopt, {},
         [&, style](std::string line) {
-          const std::string expected = style == std::string("plain")
-              ? "INFO step " + std::to_string(count) + " done"
-              : "\ufffd\ufffd step " + std::to_string(count) + std::string(" \0 done", 7);
+          const std::string expected =
+              style == std::string("plain")
+                  ? "INFO step " + std::to_string(count) + " done"
+                  : "\ufffd\ufffd step " + std::to_string(count) + std::string(" \0 done", 7);
           if (firstWrong < 0 && line != expected) firstWrong = count;
           ++count;
         },
         [&](std::int32_t) { exited = true; });
-    ASSERT_TRUE(platform().runUntil([&] { return exited && count == 2000000; },
-                                    std::chrono::minutes(2)))
+    ASSERT_TRUE(
+        platform().runUntil([&] { return exited && count == 2000000; }, std::chrono::minutes(2)))
         << style << ": " << count;
     EXPECT_EQ(firstWrong, -1) << style;
   }
@@ -272,8 +274,8 @@ TEST(ChildSoak, CancelledTreesLeaveNothingBehind) {
   cycle(true);
   platform().setRealTimeBackground(false);
   EXPECT_TRUE(testing::waitForNoMarkedProcess().empty());
-  for (int i = 0; i < 400 && (entries("/proc/self/fd") > fds || entries("/proc/self/task") > threads);
-       ++i) {
+  for (int i = 0;
+       i < 400 && (entries("/proc/self/fd") > fds || entries("/proc/self/task") > threads); ++i) {
     std::this_thread::sleep_for(std::chrono::milliseconds(5));  // readers end a moment later
   }
   EXPECT_LE(entries("/proc/self/fd"), fds);

@@ -36,7 +36,8 @@ class ModelTest : public ::testing::Test {
   static std::string helper(const std::string& args);  // the helper program as a shell command
 
   // Runs the flow until the launcher quits or fails, moving the virtual clock only when a timer
-  // of the main queue is all that can move it on. False if that does not happen within the real-time limit.
+  // of the main queue is all that can move it on. False if that does not happen within the
+  // real-time limit.
   bool runToEnd();
   bool runUntil(const std::function<bool()>& done);
   // Runs the main queue for 0.3 s of real time, so that reports already on their way (a

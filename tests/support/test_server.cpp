@@ -18,8 +18,8 @@ struct TestServer::State {
   std::mutex mutex;
   std::condition_variable released;
   std::function<int(int)> statusFor = [](int) { return 503; };  // guarded by mutex
-  int requests = 0;                                              // guarded by mutex
-  int otherRequests = 0;                                         // guarded by mutex
+  int requests = 0;                                             // guarded by mutex
+  int otherRequests = 0;                                        // guarded by mutex
   int generation = 0;  // guarded by mutex; serve() moves it on, which releases stalled requests
 };
 

@@ -101,7 +101,7 @@ TEST_F(ContentViewTest, ArrangementsFollowThePhase) {
     detailsToggle()->click();
     ASSERT_TRUE(waitFor([&] { return shown<LogView>().size() == 1; }));
     EXPECT_EQ(shown<LogView>()[0]->scrollBar()->value(), 0);  // from the top
-    QTest::keyClick(view.get(), Qt::Key_Return);             // the default button: retry
+    QTest::keyClick(view.get(), Qt::Key_Return);              // the default button: retry
     ASSERT_NE(button("安装并打开"), nullptr);
     EXPECT_TRUE(view->model().lines().empty());
   }
@@ -206,7 +206,8 @@ TEST_F(ContentViewTest, ThemeLayoutAndAccessibility) {
     palette.setColor(QPalette::WindowText, text);
     QApplication::setPalette(palette);
     QApplication::processEvents();
-    for (auto* l : shown<QLabel>()) EXPECT_EQ(l->palette().color(QPalette::WindowText).rgb(), text.rgb());
+    for (auto* l : shown<QLabel>())
+      EXPECT_EQ(l->palette().color(QPalette::WindowText).rgb(), text.rgb());
     EXPECT_TRUE(log->scrollBar()->styleSheet().contains(
         QString("rgba(%1, %2, %3").arg(text.red()).arg(text.green()).arg(text.blue())));
   }
