@@ -12,13 +12,6 @@ void MainQueue::push(Task task) {
   wakeIfIdle(lock);
 }
 
-void MainQueue::pushAll(std::vector<Task> tasks) {
-  if (tasks.empty()) return;
-  std::unique_lock lock(mutex_);
-  for (auto& task : tasks) queued_.push_back(std::move(task));
-  wakeIfIdle(lock);
-}
-
 void MainQueue::wakeIfIdle(std::unique_lock<std::mutex>& lock) {
   if (wakePending_) return;
   wakePending_ = true;

@@ -12,16 +12,15 @@ namespace kestravine {
 
 // A first-in first-out queue of tasks for the main thread, fed from any thread.
 //
-// Threading: push() and pushAll() from any thread; drain() on the main thread only. The wake
-// callback runs on the pushing thread, outside the lock, once per batch: it is called when the
-// queue gains work while no wake-up is outstanding, and the next drain() clears the outstanding
-// wake-up. So a flood of pushes costs one wake-up per drain, not one per task.
+// Threading: push() from any thread; drain() on the main thread only. The wake
+// callback runs on the pushing thread, outside the lock, once per batch of pushes: it is called
+// when the queue gains work while no wake-up is outstanding, and the next drain() clears the
+// outstanding wake-up. So a flood of pushes costs one wake-up per drain, not one per task.
 class MainQueue {
  public:
   explicit MainQueue(std::function<void()> wake);
 
   void push(Task task);
-  void pushAll(std::vector<Task> tasks);
 
   // Runs queued tasks in order, including those queued while it runs, until none is left or
   // `budget` has passed. Returns true when tasks remain; the caller then drains again later

@@ -10,10 +10,6 @@ namespace {
 std::atomic<Platform*> installed{nullptr};
 }
 
-void Platform::postAll(std::vector<Task> tasks) {
-  for (auto& task : tasks) post(std::move(task));
-}
-
 Platform& platform() {
   Platform* p = installed.load(std::memory_order_acquire);
   if (p == nullptr) {

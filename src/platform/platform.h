@@ -12,16 +12,14 @@ using Delay = std::chrono::milliseconds;
 
 // What the core needs of the host toolkit: a main queue, timers, opening a URL, quitting.
 //
-// Threading: post() and postAll() may be called from any thread; everything else is called on
-// the main thread. Tasks queued with post()/postAll()/postAfter() run on the main thread, first in
+// Threading: post() may be called from any thread; everything else is called on
+// the main thread. Tasks queued with post()/postAfter() run on the main thread, first in
 // first out; tasks of runInBackgroundAfter() run on some other thread.
 class Platform {
  public:
   virtual ~Platform() = default;
 
   virtual void post(Task task) = 0;
-  // Queues the tasks in order, as one post() each, but with one wake-up of the main loop.
-  virtual void postAll(std::vector<Task> tasks);
   // Runs the task on the main queue no earlier than `delay` from now. Cannot be cancelled.
   virtual void postAfter(Delay delay, Task task) = 0;
   // Runs the task off the main thread no earlier than `delay` from now. Cannot be cancelled.

@@ -48,10 +48,6 @@ void QtPlatform::post(Task task) {
   queue_.push(std::move(task));
 }
 
-void QtPlatform::postAll(std::vector<Task> tasks) {
-  queue_.pushAll(std::move(tasks));
-}
-
 void QtPlatform::postAfter(Delay delay, Task task) {
   QTimer::singleShot(delay, Qt::PreciseTimer, this, std::move(task));
 }

@@ -11,7 +11,7 @@ namespace kestravine {
 // The platform of the Qt application: the main queue is drained on the GUI thread, delays are
 // Qt timers, URLs open in the desktop's browser, quitting ends the Qt event loop.
 //
-// Threading: construct on the GUI thread after QApplication. post()/postAll() from any thread:
+// Threading: construct on the GUI thread after QApplication. post() from any thread:
 // they only append to the queue and, once per batch, write a byte to a pipe that a socket
 // notifier watches on the GUI thread, so no other thread ever touches a Qt object. Everything
 // else on the GUI thread. Meant to live until the process ends (never destroyed), so that
@@ -21,7 +21,6 @@ class QtPlatform final : public QObject, public Platform {
   QtPlatform();
 
   void post(Task task) override;
-  void postAll(std::vector<Task> tasks) override;
   void postAfter(Delay delay, Task task) override;
   void runInBackgroundAfter(Delay delay, Task task) override;
   void openUrl(const std::string& url) override;

@@ -17,10 +17,6 @@ void VirtualPlatform::post(Task task) {
   queue_.push(std::move(task));
 }
 
-void VirtualPlatform::postAll(std::vector<Task> tasks) {
-  queue_.pushAll(std::move(tasks));
-}
-
 void VirtualPlatform::postAfter(Delay delay, Task task) {
   timers_.emplace(now_ + delay, Timer{std::move(task), false});
 }

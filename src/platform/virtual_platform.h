@@ -17,14 +17,13 @@ namespace kestravine {
 // main queue only inside runUntil() and advance(). Delayed tasks wait on a virtual clock that
 // moves only when advance() moves it, so a ten-second delay costs no real time.
 //
-// Threading: post()/postAll() from any thread; everything else from the one thread that acts
+// Threading: post() from any thread; everything else from the one thread that acts
 // as the main thread. Background tasks run on that thread too, when their virtual time comes.
 class VirtualPlatform final : public Platform {
  public:
   VirtualPlatform();
 
   void post(Task task) override;
-  void postAll(std::vector<Task> tasks) override;
   void postAfter(Delay delay, Task task) override;
   void runInBackgroundAfter(Delay delay, Task task) override;
   void openUrl(const std::string& url) override;
