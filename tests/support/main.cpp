@@ -4,9 +4,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <cstdlib>
-#include <string>
-
 #include "support/processes.h"
 #include "support/test_platform.h"
 #include "support/test_server.h"
@@ -30,8 +27,8 @@ int main(int argc, char** argv) {
   ::testing::InitGoogleTest(&argc, argv);
   setenv(kestravine::testing::kMark, std::to_string(getpid()).c_str(), 1);
   // Before the environment snapshot; an offset the CTest entry sets stays as it is.
-  const int port = kestravine::testing::server().port();
-  setenv("ZORVEL_PORT_OFFSET", std::to_string(port - 5199).c_str(), 0);
+  const int offset = kestravine::testing::server::port() - 5199;
+  setenv("ZORVEL_PORT_OFFSET", std::to_string(offset).c_str(), 0);
   kestravine::installPlatform(kestravine::testing::platform());
 #ifdef KESTRAVINE_TEST_WIDGETS
   qputenv("QT_QPA_PLATFORM", "offscreen");

@@ -1,52 +1,98 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include <filesystem>
+#include <fstream>
 #include <memory>
 #include <string>
-#include <vector>
 
+#include "env/ctx.h"
 #include "model/model.h"
-#include "platform/virtual_platform.h"
+#include "support/processes.h"
+#include "support/test_platform.h"
+#include "support/test_server.h"
 
 namespace kestravine::testing {
 
 // One world for the model's flow: a fresh product home and resource directory (inside the build
-// tree, where the CTest entry points KESTRAVINE_HOME), the launcher's service-env script beside
-// install.sh, a server that is not ready, a new Model, real processes and virtual time.
+// tree, where the CTest entry points KESTRAVINE_HOME) holding a tarball and the launcher's
+// service-env script, a server that is not ready, a new Model, real processes and virtual time.
 // TearDown() runs what is still due and then fails if any process the test started is left.
 class ModelTest : public ::testing::Test {
  protected:
-  void SetUp() override;
-  void TearDown() override;
+  void SetUp() override {
+    for (const auto& dir : {home(), resources(), record()}) {
+      ASSERT_TRUE(dir.starts_with(TEST_SCRATCH)) << dir;  // never wipe outside the build tree
+      std::filesystem::remove_all(dir);
+      std::filesystem::create_directories(dir);
+    }
+    std::filesystem::copy_file(SERVICE_ENV_SCRIPT, resources() + "/" + Model::kServiceEnvScript);
+    writeFile(resources() + "/kestravine-2.0.1.tar.gz", "");
+    server::serve([](int) { return 503; });
+    quitsBefore_ = platform().quitCount();
+    openedBefore_ = platform().openedUrls().size();
+  }
+  void TearDown() override {
+    model.reset();
+    // Pending probe retries find no model; pending SIGKILLs end what a cancel left.
+    platform().advance(std::chrono::seconds(11));
+    const std::string left = waitForNoMarkedProcess();
+    EXPECT_TRUE(left.empty()) << "processes left behind:" << left;
+  }
+  // A new world and model, for each row of a table.
+  void fresh() {
+    SetUp();
+    model = Model::create();
+  }
 
-  static std::string home();
-  static std::string resources();
-  static std::string record();  // where test scripts write what they saw
+  static std::string home() { return Ctx::kestravineHome(); }
+  static std::string resources() { return std::string(TEST_SCRATCH) + "/share/kestravine"; }
+  static std::string record() { return std::string(TEST_SCRATCH) + "/record"; }
 
-  static void writeFile(const std::string& path, const std::string& text, bool executable = false);
-  static std::string readFile(const std::string& path);
-  static std::vector<std::string> readLines(const std::string& path);
-  // A tarball and an install script that records its arguments ("args") and environment
-  // ("env") under record(), then runs `body`. Replaced atomically: a running script keeps its
-  // old text.
-  static void writeInstallScript(const std::string& body);
+  static void writeFile(const std::string& path, const std::string& text, bool executable = false) {
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    std::ofstream(path, std::ios::binary) << text;
+    if (executable) chmod(path.c_str(), 0755);
+  }
+  // An install script that records its arguments ("args") and environment ("env") under
+  // record(), then runs `body`. Replaced atomically: a running script keeps its old text.
+  static void writeInstallScript(const std::string& body) {
+    const std::string script = resources() + "/install.sh";
+    writeFile(script + ".new", "printf '%s\\n' \"$0\" \"$@\" > '" + record() + "/args'\nenv > '" +
+                                   record() + "/env'\n" + body + "\n");
+    std::filesystem::rename(script + ".new", script);
+  }
   // The product looks installed, with `command` as its "zorvel:up" npm script.
-  static void installProduct(const std::string& command);
-  static std::string helper(const std::string& args);  // the helper program as a shell command
+  static void installProduct(const std::string& command) {
+    std::string json;
+    for (char c : command) json += c == '"' || c == '\\' ? std::string{'\\', c} : std::string{c};
+    writeFile(home() + "/app/package.json", "{\"scripts\": {\"zorvel:up\": \"" + json + "\"}}\n");
+  }
+  static std::string helper(const std::string& args) {
+    return std::string("'") + TEST_HELPER + "' " + args;
+  }
 
   // Runs the flow until the launcher quits or fails, moving the virtual clock only when a timer
-  // of the main queue is all that can move it on. False if that does not happen within the
-  // real-time limit.
-  bool runToEnd();
-  bool runUntil(const std::function<bool()>& done);
+  // of the main queue is all that can move it on. False if that does not happen in real time.
+  bool runToEnd() {
+    auto finished = [&] { return quits() > 0 || model->phase() == Model::Phase::failed; };
+    for (;;) {
+      if (!platform().runUntil([&] { return finished() || platform().pendingMainTimers() > 0; }))
+        return false;
+      if (finished()) return true;
+      platform().advanceToNextTimer();
+    }
+  }
   // Runs the main queue for 0.3 s of real time, so that reports already on their way (a
   // cancelled run's late exit) arrive; one that came later would weaken the check, not break it.
-  void settle();
-  int quits() const;   // since this test began
-  int opened() const;  // browser openings since this test began
+  static void settle() {
+    platform().runUntil([] { return false; }, std::chrono::milliseconds(300));
+  }
+  int quits() const { return platform().quitCount() - quitsBefore_; }
+  int opened() const { return static_cast<int>(platform().openedUrls().size() - openedBefore_); }
 
-  VirtualPlatform& clock();
   std::shared_ptr<Model> model = Model::create();
 
  private:

@@ -11,11 +11,12 @@ namespace kestravine::testing {
 // processes left behind can be found anywhere on the machine, whatever their parent now is.
 inline constexpr const char* kMark = "KESTRAVINE_TEST_MARK";
 
+std::string readFile(const std::string& path);
 // Live (not zombie) processes carrying this program's mark, the program itself left out.
 std::vector<pid_t> markedProcesses();
-// Waits, at most `seconds` of real time, until no marked process is left; returns what is left,
-// as "pid:command" words.
-std::string waitForNoMarkedProcess(int seconds = 10);
+// Waits, at most 10 s of real time, until no marked process is left; returns what is left, as
+// "pid:command" words.
+std::string waitForNoMarkedProcess();
 // True when no live process has this pid (gone, or a zombie awaiting its reaper).
 bool isGone(pid_t pid);
 

@@ -2,91 +2,77 @@
 
 #include <httplib.h>
 
-#include <chrono>
 #include <condition_variable>
 #include <cstdio>
-#include <cstdlib>
 #include <mutex>
 #include <random>
 #include <thread>
 
-namespace kestravine::testing {
+namespace kestravine::testing::server {
 
-struct TestServer::State {
+namespace {
+
+struct State {
+  State() {
+    http.Get("/home/", [this](const httplib::Request&, httplib::Response& response) {
+      std::unique_lock lock(mutex);
+      response.status = statusFor(++requests);
+      const int stalledIn = generation;
+      released.wait(lock, [&] { return response.status != 0 || generation != stalledIn; });
+      if (response.status == 0) response.status = 503;
+    });
+    // A port the probe reaches as 5199 + offset, with the offset a valid one (0 to 19999).
+    std::mt19937 random(std::random_device{}());
+    for (int tries = 0; tries < 200 && port == 0; ++tries) {
+      const int candidate = 5199 + static_cast<int>(random() % 20000);
+      if (http.bind_to_port("127.0.0.1", candidate)) port = candidate;
+    }
+    if (port == 0) {
+      std::fputs("no free port between 5199 and 25198\n", stderr);
+      std::abort();
+    }
+    thread = std::thread([this] { http.listen_after_bind(); });
+    while (!http.is_running()) std::this_thread::yield();  // stop() before that would not stop it
+  }
+  ~State() {
+    serve([](int) { return 503; });
+    http.stop();
+    thread.join();
+  }
   httplib::Server http;
   std::thread thread;
-  std::mutex mutex;
+  int port = 0;
+  std::mutex mutex;  // guards what follows
   std::condition_variable released;
-  std::function<int(int)> statusFor = [](int) { return 503; };  // guarded by mutex
-  int requests = 0;                                             // guarded by mutex
-  int otherRequests = 0;                                        // guarded by mutex
-  int generation = 0;  // guarded by mutex; serve() moves it on, which releases stalled requests
+  std::function<int(int)> statusFor = [](int) { return 503; };
+  int requests = 0;
+  int generation = 0;  // each serve() moves it on, which releases stalled requests
 };
 
-TestServer::TestServer() : state_(new State) {
-  State& s = *state_;
-  s.http.Get("/home/", [&s](const httplib::Request&, httplib::Response& response) {
-    std::unique_lock lock(s.mutex);
-    const int status = s.statusFor(++s.requests);
-    if (status == 0) {
-      const int generation = s.generation;
-      s.released.wait_for(lock, std::chrono::seconds(10),
-                          [&] { return s.generation != generation; });
-      response.status = 503;
-      return;
-    }
-    response.status = status;
-    if (status >= 300 && status < 400) response.set_header("Location", "/elsewhere/");
-  });
-  s.http.set_error_handler([&s](const httplib::Request& request, httplib::Response& response) {
-    std::lock_guard lock(s.mutex);
-    if (request.path != "/home/") ++s.otherRequests;
-    response.status = request.path == "/home/" ? response.status : 404;
-  });
-  // A port the probe reaches as 5199 + offset, with the offset a valid one (0 to 19999).
-  std::mt19937 random(std::random_device{}());
-  for (int tries = 0; tries < 200 && port_ == 0; ++tries) {
-    const int port = 5199 + static_cast<int>(random() % 20000);
-    if (s.http.bind_to_port("127.0.0.1", port)) port_ = port;
-  }
-  if (port_ == 0) {
-    std::fputs("no free port between 5199 and 25198\n", stderr);
-    std::abort();
-  }
-  s.thread = std::thread([&s] { s.http.listen_after_bind(); });
-  // stop() before the loop has begun would leave it running for good.
-  while (!s.http.is_running()) std::this_thread::yield();
-}
-
-TestServer::~TestServer() {
-  serve([](int) { return 503; });
-  state_->http.stop();
-  state_->thread.join();
-  delete state_;
-}
-
-void TestServer::serve(std::function<int(int)> statusFor) {
-  std::lock_guard lock(state_->mutex);
-  state_->statusFor = std::move(statusFor);
-  state_->requests = 0;
-  state_->otherRequests = 0;
-  ++state_->generation;
-  state_->released.notify_all();
-}
-
-int TestServer::requests() const {
-  std::lock_guard lock(state_->mutex);
-  return state_->requests;
-}
-
-int TestServer::otherRequests() const {
-  std::lock_guard lock(state_->mutex);
-  return state_->otherRequests;
-}
-
-TestServer& server() {
-  static TestServer instance;
+State& state() {
+  static State instance;
   return instance;
 }
 
-}  // namespace kestravine::testing
+}  // namespace
+
+int port() {
+  return state().port;
+}
+
+void serve(std::function<int(int)> statusFor) {
+  State& s = state();
+  std::lock_guard lock(s.mutex);
+  s.statusFor = std::move(statusFor);
+  s.requests = 0;
+  ++s.generation;
+  s.released.notify_all();
+}
+
+int requests() {
+  State& s = state();
+  std::lock_guard lock(s.mutex);
+  return s.requests;
+}
+
+}  // namespace kestravine::testing::server

@@ -7,11 +7,9 @@
 #include <QLabel>
 #include <QPushButton>
 #include <QTest>
-#include <filesystem>
 #include <set>
 
 #include "support/model_fixture.h"
-#include "support/processes.h"
 #include "support/ui_wait.h"
 #include "ui/disclosure_button.h"
 #include "ui/log_view.h"
@@ -19,6 +17,8 @@
 namespace kestravine {
 namespace {
 
+using testing::markedProcesses;
+using testing::platform;
 using testing::waitFor;
 using Phase = Model::Phase;
 using Texts = std::vector<QString>;
@@ -27,7 +27,7 @@ using Texts = std::vector<QString>;
 class ContentViewTest : public testing::ModelTest {
  protected:
   void TearDown() override {
-    if (view->model().canCancel()) button("取消")->click();  // stop what a test left running
+    if (view->model().canCancel()) button("取消", false)->click();  // stop what a test left
     view.reset();
     ModelTest::TearDown();
   }
@@ -39,160 +39,143 @@ class ContentViewTest : public testing::ModelTest {
     }
     return result;
   }
-  Texts labels() const {
+  template <typename W>
+  Texts texts() const {
     Texts texts;
-    for (auto* l : shown<QLabel>()) texts.push_back(l->text());
+    for (auto* w : shown<W>()) texts.push_back(w->text());
     return texts;
   }
-  Texts buttons() const {
-    Texts texts;
-    for (auto* b : shown<QPushButton>()) texts.push_back(b->text());
-    return texts;
+  // The button showing `text`; unless `wait` is false, once the view has rendered it.
+  QPushButton* button(const QString& text, bool wait = true) {
+    auto find = [&]() -> QPushButton* {
+      for (auto* b : shown<QPushButton>()) {
+        if (b->text() == text) return b;
+      }
+      return nullptr;
+    };
+    if (wait) waitFor([&] { return find() != nullptr; });
+    return find();
   }
-  QPushButton* button(const QString& text) const {
-    for (auto* b : shown<QPushButton>()) {
-      if (b->text() == text) return b;
-    }
-    return nullptr;
-  }
-  // The button, once the view has rendered it.
-  QPushButton* waitButton(const QString& text) {
-    waitFor([&] { return button(text) != nullptr; });
-    return button(text);
-  }
-  DisclosureButton* detailsToggle() const {
+  DisclosureButton* toggle() const {
     auto toggles = shown<DisclosureButton>();
     return toggles.empty() ? nullptr : toggles.front();
   }
-  // Shows the view, installs, and waits for the failed arrangement of a script that fails.
-  void failAnInstall(const std::string& body) {
+  // Shows the view with `body` as the install script, and its install button.
+  QPushButton* showWithScript(const std::string& body) {
     writeInstallScript(body);
     view->show();
-    ASSERT_NE(waitButton("安装并打开"), nullptr);
-    button("安装并打开")->click();
-    ASSERT_NE(waitButton("再试一次"), nullptr);
+    return button("安装并打开");
   }
   std::unique_ptr<ContentView> view = std::make_unique<ContentView>();
 };
 
 // The arrangements, their texts and buttons, and the details that start collapsed each time.
 TEST_F(ContentViewTest, ArrangementsFollowThePhase) {
-  EXPECT_EQ(labels(), (Texts{"Kestravine", "看一眼这台 Mac。"}));
+  EXPECT_EQ(texts<QLabel>(), (Texts{"Kestravine", "看一眼这台 Mac。"}));
   EXPECT_EQ(view->size(), QSize(440, 320));
-  writeInstallScript("printf '<b>x</b>\\n'; exec sleep 100");
-  view->show();
-  ASSERT_NE(waitButton("安装并打开"), nullptr);
-  EXPECT_EQ(labels(), (Texts{"Kestravine会装在这台 Mac 上",
-                             "数据只在这台 Mac 上，不上传。装好以后双击它就能进Varnholt。",
-                             "约 3—5 分钟，看网络。要一个 Claude 账号；不用另外填钥匙。"}));
-  EXPECT_EQ(buttons(), (Texts{"安装并打开"}));
+  ASSERT_NE(showWithScript("printf '<b>x</b>\\n'; exec sleep 100"), nullptr);
+  EXPECT_EQ(texts<QLabel>(), (Texts{"Kestravine会装在这台 Mac 上",
+                                    "数据只在这台 Mac 上，不上传。装好以后双击它就能进Varnholt。",
+                                    "约 3—5 分钟，看网络。要一个 Claude 账号；不用另外填钥匙。"}));
+  EXPECT_EQ(texts<QPushButton>(), (Texts{"安装并打开"}));
   for (int round = 0; round < 2; ++round) {
-    button("安装并打开")->click();
-    ASSERT_TRUE(waitFor([&] { return labels().size() == 2 && labels()[1] == "<b>x</b>"; }));
+    button("安装并打开", false)->click();
+    ASSERT_TRUE(
+        waitFor([&] { return texts<QLabel>().size() == 2 && texts<QLabel>()[1] == "<b>x</b>"; }));
     for (auto* l : shown<QLabel>()) EXPECT_EQ(l->textFormat(), Qt::PlainText);
     EXPECT_EQ(shown<LogView>().size(), 1u);
-    EXPECT_EQ(buttons(), (Texts{"取消"}));
-    button("取消")->click();
-    ASSERT_NE(button("再试一次"), nullptr);  // at once, before any further input
-    EXPECT_EQ(labels()[1], "停下了。什么都没改坏，再点一次可以重来。");
+    EXPECT_EQ(texts<QPushButton>(), (Texts{"取消"}));
+    button("取消", false)->click();
+    ASSERT_NE(button("再试一次", false), nullptr);  // at once, before any further input
+    EXPECT_EQ(texts<QLabel>()[1], "停下了。什么都没改坏，再点一次可以重来。");
     EXPECT_TRUE(shown<LogView>().empty());  // details collapsed
-    ASSERT_NE(detailsToggle(), nullptr);
-    EXPECT_EQ(detailsToggle()->text(), "详情");
-    detailsToggle()->click();
+    ASSERT_NE(toggle(), nullptr);
+    EXPECT_EQ(toggle()->text(), "详情");
+    toggle()->click();
     ASSERT_TRUE(waitFor([&] { return shown<LogView>().size() == 1; }));
     EXPECT_EQ(shown<LogView>()[0]->scrollBar()->value(), 0);  // from the top
     QTest::keyClick(view.get(), Qt::Key_Return);              // the default button: retry
-    ASSERT_NE(button("安装并打开"), nullptr);
+    ASSERT_NE(button("安装并打开", false), nullptr);
     EXPECT_TRUE(view->model().lines().empty());
   }
 }
 
 TEST_F(ContentViewTest, WhileProbingThereIsNoCancelRowAndTheStatusKeepsToTwoLines) {
-  writeInstallScript("for i in $(seq 200); do printf 'word '; done; echo; exit 0");
-  view->show();
-  ASSERT_NE(waitButton("安装并打开"), nullptr);
-  button("安装并打开")->click();
-  ASSERT_TRUE(waitFor([&] {
-    return !view->model().canCancel() && labels().size() == 2 && labels()[1].startsWith("word");
-  }));
-  EXPECT_TRUE(buttons().empty());
-  EXPECT_EQ(labels()[1].count('\n'), 1);
-  EXPECT_TRUE(labels()[1].endsWith(QChar(0x2026)));
+  showWithScript("for i in $(seq 200); do printf '状态 '; done; echo; exit 0")->click();
+  ASSERT_TRUE(waitFor([&] { return !view->model().canCancel() && texts<QLabel>().size() == 2; }));
+  EXPECT_TRUE(shown<QPushButton>().empty());
+  const QString status = texts<QLabel>()[1];
+  EXPECT_TRUE(status.startsWith("状态") && status.endsWith(QChar(0x2026))) << status.toStdString();
+  EXPECT_EQ(status.count('\n'), 1);
 }
 
 // Both clicks of a double click reach the window before the launcher has done anything with
 // the first; the second must meet the working arrangement, not the install button.
 TEST_F(ContentViewTest, DoubleClickOnInstallStartsOneScript) {
-  writeInstallScript("exec sleep 100");
-  view->show();
-  QPushButton* install = waitButton("安装并打开");
+  QPushButton* install = showWithScript("exec sleep 100");
   ASSERT_NE(install, nullptr);
-  QWindow* window = view->window()->windowHandle();
   const QPoint at = install->mapTo(view->window(), install->rect().center());
-  QTest::mouseClick(window, Qt::LeftButton, {}, at);
-  QTest::mouseDClick(window, Qt::LeftButton, {}, at);
-  EXPECT_EQ(testing::markedProcesses().size(), 1u);  // scripts start inside the click
+  QTest::mouseClick(view->window()->windowHandle(), Qt::LeftButton, {}, at);
+  QTest::mouseDClick(view->window()->windowHandle(), Qt::LeftButton, {}, at);
+  EXPECT_EQ(markedProcesses().size(), 1u);  // scripts start inside the click
 }
 
 // Keyboard: no button has the focus when an arrangement appears (Space and Return do nothing),
 // Tab reaches every button, and a focused button is drawn with a mark.
 TEST_F(ContentViewTest, KeyboardReachesEveryButtonButTriggersNoneUnasked) {
-  writeInstallScript("exec sleep 100");
-  view->show();
+  QPushButton* install = showWithScript("exec sleep 100");
   QApplication::setActiveWindow(view.get());
   ASSERT_TRUE(waitFor([&] { return QApplication::activeWindow() == view.get(); }));
-  auto tabStops = [&] {
+  // Unless `unfocused` is false: no button has the focus, so Space and Return trigger nothing.
+  // Then Tab reaches exactly `stops`.
+  auto expectKeys = [&](std::set<QWidget*> stops, bool unfocused = true) {
+    if (unfocused) {
+      EXPECT_EQ(qobject_cast<QAbstractButton*>(QApplication::focusWidget()), nullptr);
+      QTest::keyClick(view.get(), Qt::Key_Space);
+      QTest::keyClick(view.get(), Qt::Key_Return);
+    }
     std::set<QWidget*> reached;
     for (int i = 0; i < 4; ++i) {
       QTest::keyClick(view.get(), Qt::Key_Tab);
       reached.insert(QApplication::focusWidget());
     }
-    return reached;
+    EXPECT_EQ(reached, stops);
   };
-  auto expectNoButtonFocused = [&] {
-    EXPECT_EQ(qobject_cast<QAbstractButton*>(QApplication::focusWidget()), nullptr);
-    QTest::keyClick(view.get(), Qt::Key_Space);
-    QTest::keyClick(view.get(), Qt::Key_Return);
-  };
-  QPushButton* install = waitButton("安装并打开");
-  expectNoButtonFocused();
+  expectKeys({install});
   EXPECT_EQ(view->model().phase(), Phase::ready);
-  EXPECT_EQ(tabStops(), (std::set<QWidget*>{install}));
   const QImage focused = install->grab().toImage();
   view->setFocus();
   EXPECT_NE(install->grab().toImage(), focused);
 
   install->click();
-  ASSERT_NE(waitButton("取消"), nullptr);
-  expectNoButtonFocused();
+  expectKeys({button("取消")});
   EXPECT_TRUE(view->model().canCancel());
-  EXPECT_EQ(tabStops(), (std::set<QWidget*>{button("取消")}));
   QTest::keyClick(QApplication::focusWidget(), Qt::Key_Space);  // Tab, then Space: cancel
-  ASSERT_NE(waitButton("再试一次"), nullptr);
+  ASSERT_NE(button("再试一次"), nullptr);
   EXPECT_TRUE(button("再试一次")->isDefault());
-  EXPECT_EQ(tabStops(), (std::set<QWidget*>{button("再试一次"), detailsToggle()}));
+  expectKeys({button("再试一次"), toggle()}, false);
 }
 
 // The look: a theme change recolours every text and the log's indicator; the details box keeps
 // its 130 and its 12 to the retry row even when that is taller than the window; screen readers
 // see the buttons, the texts, the toggle's state and the log's last lines.
 TEST_F(ContentViewTest, ThemeLayoutAndAccessibility) {
-  failAnInstall("seq 30; exit 3");
-  auto* toggle = QAccessible::queryAccessibleInterface(detailsToggle());
-  EXPECT_EQ(toggle->role(), QAccessible::Button);
-  EXPECT_EQ(toggle->text(QAccessible::Name), "详情");
-  EXPECT_TRUE(toggle->state().expandable && toggle->state().collapsed);
-  toggle->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
-  EXPECT_TRUE(toggle->state().expanded);
+  showWithScript("seq 30; exit 3")->click();
+  ASSERT_NE(button("再试一次"), nullptr);
+  auto name = [](QObject* o) {
+    return QAccessible::queryAccessibleInterface(o)->text(QAccessible::Name);
+  };
+  auto* details = QAccessible::queryAccessibleInterface(toggle());
+  EXPECT_EQ(details->role(), QAccessible::Button);
+  EXPECT_EQ(name(toggle()), "详情");
+  EXPECT_TRUE(details->state().expandable && details->state().collapsed);
+  details->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
+  EXPECT_TRUE(details->state().expanded);
   ASSERT_TRUE(waitFor([&] { return shown<LogView>().size() == 1; }));
   LogView* log = shown<LogView>()[0];
-  EXPECT_EQ(QAccessible::queryAccessibleInterface(log)->text(QAccessible::Name),
-            "26\n27\n28\n29\n30");
-  auto* retry = QAccessible::queryAccessibleInterface(button("再试一次"));
-  EXPECT_EQ(retry->text(QAccessible::Name), "再试一次");
-  EXPECT_TRUE(QAccessible::queryAccessibleInterface(shown<QLabel>()[1])
-                  ->text(QAccessible::Name)
-                  .startsWith("没能装完（退出码 3）"));
+  EXPECT_EQ(name(log), "26\n27\n28\n29\n30");
+  EXPECT_EQ(name(button("再试一次")), "再试一次");
+  EXPECT_TRUE(name(shown<QLabel>()[1]).startsWith("没能装完（退出码 3）"));
 
   QApplication::processEvents();
   EXPECT_EQ(log->height(), 130);
@@ -214,15 +197,6 @@ TEST_F(ContentViewTest, ThemeLayoutAndAccessibility) {
   QApplication::setPalette(light);
 }
 
-TEST(ContentViewText, TitleAndTwoLineStatus) {
-  EXPECT_EQ(ContentView::titleFor(""), "Kestravine");
-  EXPECT_EQ(ContentView::titleFor(" "), " ");
-  const QString shown = ContentView::elided(QString("状态 ").repeated(200), QFont(), 400, 2);
-  EXPECT_EQ(shown.count('\n'), 1);
-  EXPECT_TRUE(shown.endsWith(QChar(0x2026)));
-  EXPECT_EQ(ContentView::elided("short", QFont(), 400, 2), "short");
-}
-
 // Run with KESTRAVINE_LAUNCHER_AUTOSTART=1 (see CMakeLists.txt): the install starts 0.3 s after
 // the window appears, once, also after a click in the meantime, and never for an installed
 // product.
@@ -230,36 +204,35 @@ using ContentViewAutostart = ContentViewTest;
 
 TEST_F(ContentViewAutostart, InstallsOnceAfterThreeTenthsOfASecond) {
   for (bool click : {false, true}) {
-    SetUp();
+    fresh();
     view = std::make_unique<ContentView>();
-    writeInstallScript("exec sleep 100");
-    view->show();
-    ASSERT_NE(waitButton("安装并打开"), nullptr);
-    if (click) button("安装并打开")->click();
-    clock().advance(std::chrono::milliseconds(299));
+    QPushButton* install = showWithScript("exec sleep 100");
+    ASSERT_NE(install, nullptr);
+    if (click) install->click();
+    platform().advance(std::chrono::milliseconds(299));
     EXPECT_EQ(view->model().phase(), click ? Phase::working : Phase::ready);
-    clock().advance(std::chrono::milliseconds(1));
+    platform().advance(std::chrono::milliseconds(1));
     EXPECT_EQ(view->model().phase(), Phase::working);
-    EXPECT_EQ(testing::markedProcesses().size(), 1u);
-    button("取消")->click();
+    EXPECT_EQ(markedProcesses().size(), 1u);
+    button("取消", false)->click();
     EXPECT_TRUE(testing::waitForNoMarkedProcess().empty());
   }
-  SetUp();
+  fresh();
   std::filesystem::create_directories(home() + "/app");
   view = std::make_unique<ContentView>();
-  const auto timers = clock().pendingMainTimers();
+  const auto timers = platform().pendingMainTimers();
   view->show();
-  EXPECT_EQ(clock().pendingMainTimers(), timers);
+  EXPECT_EQ(platform().pendingMainTimers(), timers);
 }
 
 // Run with KESTRAVINE_LAUNCHER_AUTOSTART=true: only exactly "1" counts.
 using ContentViewNoAutostart = ContentViewTest;
 
 TEST_F(ContentViewNoAutostart, OnlyExactlyOneCounts) {
-  const auto timers = clock().pendingMainTimers();
+  const auto timers = platform().pendingMainTimers();
   view->show();
   EXPECT_EQ(view->model().phase(), Phase::ready);
-  EXPECT_EQ(clock().pendingMainTimers(), timers);
+  EXPECT_EQ(platform().pendingMainTimers(), timers);
 }
 
 }  // namespace

@@ -1,0 +1,252 @@
+#include <arpa/inet.h>
+#include <gmock/gmock.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "support/model_fixture.h"
+
+namespace kestravine {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using testing::ModelTest;
+using ::testing::Not;
+using testing::platform;
+using testing::readFile;
+namespace server = testing::server;
+using Field = Model::Field;
+using Fields = std::vector<Field>;
+using Phase = Model::Phase;
+
+TEST_F(ModelTest, CheckOffersTheInstallWhichRunsTheScriptAndAFailureKeepsItsLines) {
+  writeInstallScript("printf '  \\e[32mfetching\\e[0m\\nfetching\\n'; exit 2");
+  Fields seen;
+  model->addListener([&](Field f) { seen.push_back(f); });
+  model->check();
+  EXPECT_EQ(seen, (Fields{Field::headline, Field::phase}));
+  EXPECT_EQ(model->headline(), "Kestravine会装在这台 Mac 上");
+  EXPECT_EQ(model->phase(), Phase::ready);
+  EXPECT_EQ(model->status(), "");
+  EXPECT_FALSE(model->canCancel());
+
+  seen.clear();
+  setenv("KESTRAVINE_HOME", "/changed", 1);  // the script gets the value the launcher started with
+  model->install();
+  setenv("KESTRAVINE_HOME", home().c_str(), 1);
+  EXPECT_EQ(seen, (Fields{Field::phase, Field::canCancel, Field::status, Field::lines}));
+  EXPECT_EQ(model->phase(), Phase::working);
+  EXPECT_EQ(model->status(), "在装，第一次要几分钟。");
+
+  seen.clear();
+  ASSERT_TRUE(runToEnd());
+  ASSERT_TRUE(platform().runUntil([&] { return model->lines().size() == 2; }));  // any order
+  EXPECT_EQ(model->failure(),
+            "没能装完（退出码 2）。多半是网络，或者这台 Mac 上已经有一份在跑。再试一次；"
+            "不行就把下面的详情发给我。");
+  EXPECT_FALSE(model->canCancel());
+  EXPECT_THAT(model->lines(), ElementsAre("fetching", "fetching"));  // equal lines both kept
+  EXPECT_EQ(model->status(), "fetching");
+  const Fields failing{Field::failure, Field::phase, Field::canCancel};
+  EXPECT_NE(std::search(seen.begin(), seen.end(), failing.begin(), failing.end()), seen.end());
+
+  const std::string env = "\n" + readFile(record() + "/env");
+  for (const std::string& variable :
+       {std::string("KESTRAVINE_NO_OPEN=1"),
+        "ZORVEL_PORT_OFFSET=" + std::to_string(Ctx::portOffset()), "KESTRAVINE_HOME=" + home(),
+        "PATH=" + home() + "/node/bin:" + std::getenv("PATH")})
+    EXPECT_THAT(env, HasSubstr("\n" + variable + "\n"));
+  EXPECT_THAT(env, Not(HasSubstr("\nKESTRAVINE_SKIP_ATTEST=")));
+
+  model->install();  // a new install starts without the old lines
+  EXPECT_TRUE(model->lines().empty());
+  ASSERT_TRUE(runToEnd());
+}
+
+// The tarball is the "kestravine-*.tar.gz" that sorts first by code point after canonical
+// normalisation. Without one, or without the script, or without the folder, nothing starts.
+TEST_F(ModelTest, InstallTakesTheTarballThatSortsFirstOrStartsNothing) {
+  const std::tuple<std::vector<std::string>, bool, std::string> table[] = {
+      {{"kestravine-1.9.0.tar.gz", "kestravine-1.10.0.tar.gz"}, true, "kestravine-1.10.0.tar.gz"},
+      // "e" + combining acute is "é" once normalised, and "é." sorts before "éx".
+      {{"kestravine-e\u0301x.tar.gz", "kestravine-\u00e9.tar.gz"},
+       true,
+       "kestravine-\u00e9.tar.gz"},
+      {{"Kestravine-0.tar.gz", "kestravine-9.tgz", "kestravine-5.tar.gz"},
+       true,
+       "kestravine-5.tar.gz"},
+      {{"Kestravine-2.0.1.tar.gz", "kestravine-2.0.1.tgz", "kestravine-2.0.1.gz"}, true, ""},
+      {{"kestravine.tar.gz", "kestravine-.tar.gz.part"}, true, ""},
+      {{"kestravine-2.0.1.tar.gz"}, false, ""},
+      {{}, false, ""},  // no resource folder at all
+  };
+  for (const auto& [names, script, expected] : table) {
+    fresh();
+    std::filesystem::remove_all(resources());
+    if (script) writeInstallScript("exit 1");
+    for (const auto& name : names) writeFile(resources() + "/" + name, "");
+    model->install();
+    if (expected.empty()) {
+      EXPECT_EQ(model->phase(), Phase::failed) << names.size();
+      EXPECT_EQ(model->failure(), "这个 dmg 里少了安装文件。重新下载一份吧。");
+      EXPECT_EQ(model->status(), "");
+      EXPECT_TRUE(testing::markedProcesses().empty());
+      continue;
+    }
+    ASSERT_TRUE(runToEnd());
+    EXPECT_EQ(readFile(record() + "/args"),
+              resources() + "/install.sh\n--from\n" + resources() + "/" + expected + "\n");
+  }
+}
+
+TEST_F(ModelTest, KeepsTheLastFourHundredLines) {
+  writeInstallScript("seq 1000; exit 4");
+  model->install();
+  ASSERT_TRUE(runToEnd());
+  ASSERT_TRUE(platform().runUntil([&] { return model->status() == "1000"; }));
+  ASSERT_EQ(model->lines().size(), 400u);
+  EXPECT_EQ(model->lines().front(), "601");
+  EXPECT_EQ(model->linesAppended(), 1000u);
+}
+
+// The service start: "npm run -s zorvel:up" in a login shell in <home>/app, with the port offset
+// and the product's own npm first even after the profile files set PATH afresh (as Debian's
+// /etc/profile does; here the user's .bash_profile does it too), and the user's own BASH_ENV
+// still run. Whatever its exit status, the probe follows.
+TEST_F(ModelTest, ServiceStartRunsTheProductsNpmInALoginShellThenProbes) {
+  const std::string user = record() + "/user";
+  writeFile(user + "/.bash_profile",
+            "echo profile >> '" + record() + "/profile'; PATH=/usr/bin:/bin\n");
+  writeFile(user + "/own-env", "echo ran > '" + record() + "/own-env-ran'\n");
+  writeFile(home() + "/node/bin/npm",
+            "#!/bin/sh\nprintf '%s\\n' \"$*\" \"$PWD\" \"$ZORVEL_PORT_OFFSET\" > '" + record() +
+                "/npm'\necho one; echo two; exit 1\n",
+            true);
+  std::filesystem::create_directories(home() + "/app");
+  server::serve([](int) { return 200; });
+  const std::string ownHome = std::getenv("HOME");
+  setenv("HOME", user.c_str(), 1);
+  setenv("BASH_ENV", (user + "/own-env").c_str(), 1);
+  model->check();
+  setenv("HOME", ownHome.c_str(), 1);
+  unsetenv("BASH_ENV");
+  EXPECT_EQ(model->headline(), "Varnholt已经在这台 Mac 上了");
+  EXPECT_EQ(model->phase(), Phase::working);
+  EXPECT_EQ(model->status(), "正在打开Varnholt。");
+  EXPECT_TRUE(model->canCancel());
+
+  ASSERT_TRUE(runToEnd());
+  EXPECT_EQ(readFile(record() + "/npm"),
+            "run -s zorvel:up\n" + home() + "/app\n" + std::to_string(Ctx::portOffset()) + "\n");
+  EXPECT_EQ(readFile(record() + "/profile"), "profile\n");
+  // Every bash the profile files start reads BASH_ENV too, as it would without the launcher.
+  EXPECT_EQ(readFile(record() + "/own-env-ran"), "ran\n");
+  EXPECT_THAT(model->lines(), ElementsAre("one", "two"));
+  EXPECT_EQ(server::requests(), 1);
+  EXPECT_EQ(quits(), 1);
+}
+
+TEST_F(ModelTest, AFileNamedAppMeansInstalledAndAFailedStartStillProbes) {
+  writeFile(home() + "/app", "not a directory");  // bash cannot start in it
+  server::serve([](int) { return 200; });
+  model->check();
+  EXPECT_EQ(model->phase(), Phase::working);
+  ASSERT_TRUE(runToEnd());
+  EXPECT_THAT(model->lines(), ElementsAre("起不来：/bin/bash"));
+  EXPECT_EQ(server::requests(), 1);
+}
+
+class ProbeTest : public ModelTest {
+ protected:
+  // An install that succeeds at once, so that the probe starts; returns when it does.
+  Delay probeAfterInstall() {
+    writeInstallScript("exit 0");
+    model->install();
+    EXPECT_TRUE(platform().runUntil([&] { return !model->canCancel(); }));
+    return platform().now();
+  }
+};
+
+// Probes until the application answers, a pause of 2 s after each that fails: error statuses
+// and a stall (ended by the probe's 3 s limit) are not ready, a redirect is. Then the browser
+// opens the address and the launcher quits 0.8 s later.
+TEST_F(ProbeTest, ProbesUntilTheApplicationAnswersThenOpensAndQuits) {
+  const std::vector<int> table[] = {{503, 503, 200}, {404, 200}, {500, 200}, {0, 200}, {302}};
+  for (const auto& answers : table) {
+    fresh();
+    server::serve(
+        [answers](int n) { return answers[std::min<std::size_t>(n, answers.size()) - 1]; });
+    const Delay probingFrom = probeAfterInstall();
+    ASSERT_TRUE(runToEnd());
+    const int probes = static_cast<int>(answers.size());
+    EXPECT_EQ(server::requests(), probes) << answers[0];
+    EXPECT_EQ(model->status(), "打开了。");
+    ASSERT_EQ(opened(), 1);
+    EXPECT_EQ(platform().openedUrls().back(),
+              "http://127.0.0.1:" + std::to_string(5199 + Ctx::portOffset()) + "/home/");
+    EXPECT_EQ(platform().openedAt() - probingFrom, std::chrono::seconds(2 * (probes - 1)));
+    EXPECT_EQ(platform().quitAt() - platform().openedAt(), std::chrono::milliseconds(800));
+    EXPECT_EQ(quits(), 1);
+  }
+}
+
+TEST_F(ProbeTest, GivesUpAfterFortyFiveProbesNamingTheLogFile) {
+  const Delay probingFrom = probeAfterInstall();
+  ASSERT_TRUE(runToEnd());
+  // 45 probes, each followed by a pause of 2 s; the 46th attempt fails without probing.
+  EXPECT_EQ(platform().now() - probingFrom, std::chrono::seconds(90));
+  EXPECT_EQ(server::requests(), 45);
+  EXPECT_EQ(model->failure(), "服务没能起来。日志在 " + home() + "/app/.zorvel/logs/monitor.log。");
+  EXPECT_EQ(quits(), 0);
+}
+
+TEST_F(ProbeTest, CancelDoesNotStopTheChainButReleasingTheModelDoes) {
+  server::serve([](int) { return 200; });
+  probeAfterInstall();
+  model->cancel();
+  ASSERT_TRUE(platform().runUntil([&] { return model->status() == "打开了。"; }));
+  platform().advance(std::chrono::seconds(1));
+  EXPECT_EQ(quits(), 1);
+
+  fresh();
+  probeAfterInstall();
+  model.reset();  // while the first probe runs
+  EXPECT_TRUE(testing::waitForNoMarkedProcess().empty());
+  settle();
+  platform().advance(std::chrono::seconds(10));
+  EXPECT_EQ(server::requests(), 1);
+  EXPECT_EQ(quits(), 0);
+}
+
+TEST_F(ProbeTest, UsersProxySettingsNeverStandBetweenProbeAndApplication) {
+  // A proxy that refuses every connection: bound, never listening.
+  const int proxy = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+  socklen_t length = sizeof address;
+  ASSERT_EQ(bind(proxy, reinterpret_cast<sockaddr*>(&address), length), 0);
+  getsockname(proxy, reinterpret_cast<sockaddr*>(&address), &length);
+  const std::string dead = "127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+  const std::string curlHome = record() + "/curl-home";
+  const std::string ownHome = std::getenv("HOME");
+  for (const auto& [name, value] : {std::pair{"http_proxy", "http://" + dead},
+                                    {"all_proxy", "http://" + dead},
+                                    {"ALL_PROXY", "http://" + dead},
+                                    {"HOME", curlHome}}) {
+    fresh();
+    // A curlrc that names the dead proxy, and sends every connection to the dead port anyway.
+    writeFile(curlHome + "/.curlrc",
+              "proxy = \"http://" + dead + "\"\nconnect-to = \"::" + dead + "\"\n");
+    server::serve([](int) { return 200; });
+    setenv(name, value.c_str(), 1);
+    probeAfterInstall();
+    ASSERT_TRUE(runToEnd());
+    name == std::string("HOME") ? setenv("HOME", ownHome.c_str(), 1) : unsetenv(name);
+    EXPECT_EQ(quits(), 1) << name;
+    EXPECT_EQ(server::requests(), 1) << name;
+  }
+  close(proxy);
+}
+
+}  // namespace
+}  // namespace kestravine
