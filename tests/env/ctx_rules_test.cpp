@@ -18,22 +18,18 @@ TEST(PortOffset, AcceptsOnlyDecimalsBelowTwentyThousand) {
 }
 
 TEST(KestravineHome, UsedAsSetWhenNonEmptyElseUnderUserHome) {
-  using Env = std::map<std::string, std::string>;
-  struct Case {
-    Env env;
-    std::string userHome;
-    std::string expected;
+  const std::tuple<const char*, std::string, std::string> table[] = {
+      {nullptr, "/Users/demo", "/Users/demo/.kestravine"},
+      {"", "/Users/demo/", "/Users/demo/.kestravine"},
+      {nullptr, "/", "/.kestravine"},
+      {"/tmp/x/", "/Users/demo", "/tmp/x/"},
+      {"~/x", "/Users/demo", "~/x"},
+      {" ", "/Users/demo", " "},
   };
-  const Case table[] = {
-      {{}, "/Users/demo", "/Users/demo/.kestravine"},
-      {{{"KESTRAVINE_HOME", ""}}, "/Users/demo/", "/Users/demo/.kestravine"},
-      {{}, "/", "/.kestravine"},
-      {{{"KESTRAVINE_HOME", "/tmp/x/"}}, "/Users/demo", "/tmp/x/"},
-      {{{"KESTRAVINE_HOME", "~/x"}}, "/Users/demo", "~/x"},
-      {{{"KESTRAVINE_HOME", " "}}, "/Users/demo", " "},
-  };
-  for (const auto& c : table) {
-    EXPECT_EQ(ctx_rules::kestravineHome(c.env, c.userHome), c.expected) << c.expected;
+  for (const auto& [value, userHome, expected] : table) {
+    std::map<std::string, std::string> env;
+    if (value) env["KESTRAVINE_HOME"] = value;
+    EXPECT_EQ(ctx_rules::kestravineHome(env, userHome), expected) << expected;
   }
 }
 

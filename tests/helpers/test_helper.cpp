@@ -3,19 +3,11 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <string>
-#include <string_view>
 
 namespace {
-
-void writeAll(std::string_view bytes) {
-  while (!bytes.empty()) {
-    ssize_t n = write(STDOUT_FILENO, bytes.data(), bytes.size());
-    if (n <= 0) std::exit(1);
-    bytes.remove_prefix(static_cast<size_t>(n));
-  }
-}
 
 [[noreturn]] void tree(char disposition, const std::string& shape);
 
@@ -30,7 +22,8 @@ void spawnOnTerm(int) {
 // its first child starts: "tn/tn" starts a 't' (which starts "tn") and an 'n'.
 [[noreturn]] void tree(char disposition, const std::string& shape) {
   signal(SIGTERM, disposition == 't' ? SIG_IGN : disposition == 's' ? spawnOnTerm : SIG_DFL);
-  writeAll("pid " + std::to_string(getpid()) + " " + disposition + "\n");
+  std::printf("pid %d %c\n", getpid(), disposition);
+  std::fflush(stdout);
   const std::size_t slash = shape.find('/');
   const std::string here = shape.substr(0, slash);
   for (std::size_t i = 0; i < here.size(); ++i) {
@@ -40,28 +33,15 @@ void spawnOnTerm(int) {
   for (;;) pause();
 }
 
-// Lines "INFO step <i> done", plain, or broken by invalid UTF-8 and NUL bytes.
-int flood(long count, bool invalid) {
-  std::string chunk;
-  for (long i = 0; i < count; ++i) {
-    chunk += invalid ? "\xff\xfe step " + std::to_string(i) + std::string(" \0 done\n", 8)
-                     : "INFO step " + std::to_string(i) + " done\n";
-    if (chunk.size() > 60000) {
-      writeAll(chunk);
-      chunk.clear();
-    }
-  }
-  writeAll(chunk);
-  return 0;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::string_view command = argc > 1 ? argv[1] : "";
+  const std::string command = argc > 1 ? argv[1] : "";
   const std::string arg2 = argc > 2 ? argv[2] : "";
-  const std::string arg3 = argc > 3 ? argv[3] : "";
-  if (command == "tree" && arg2.size() == 1) tree(arg2[0], arg3);
-  if (command == "flood") return flood(std::atol(arg2.c_str()), arg3 == "invalid");
-  return 64;
+  const bool invalid = argc > 3 && argv[3] == std::string("invalid");
+  if (command == "tree" && arg2.size() == 1) tree(arg2[0], argc > 3 ? argv[3] : "");
+  // Lines "INFO step <i> done", plain, or broken by invalid UTF-8 and NUL bytes.
+  for (long i = 0; command == "flood" && i < std::atol(arg2.c_str()); ++i)
+    std::printf(invalid ? "\xff\xfe step %ld %c done\n" : "INFO step %ld done\n", i, '\0');
+  return command == "flood" ? 0 : 64;
 }

@@ -1,6 +1,5 @@
 #include "process/child.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -22,40 +21,35 @@ using testing::isGone;
 using testing::platform;
 using Lines = std::vector<std::string>;
 
-// A command run through a fresh Child, with what its callbacks delivered, in order. Shared with
-// the callbacks, so that deliveries after the test has ended land harmlessly.
+// A command run through a fresh Child, with what its callbacks delivered. Shared with the
+// callbacks, so that deliveries after the test has ended land harmlessly.
 struct Command {
   struct Got {
     Lines lines;
     std::vector<std::int32_t> exits;
-    Lines events;  // "line:<text>" and "exit:<status>" in arrival order
+    std::size_t linesAtExit = 0;
   };
   Command(const std::string& program, const Lines& args, std::optional<std::string> cwd = {},
           std::map<std::string, std::string> extraEnv = {}) {
     child->start(
         program, args, std::move(cwd), std::move(extraEnv),
-        [got = got](std::string line) {
-          got->events.push_back("line:" + line);
-          got->lines.push_back(std::move(line));
-        },
+        [got = got](std::string line) { got->lines.push_back(std::move(line)); },
         [got = got](std::int32_t status) {
-          got->events.push_back("exit:" + std::to_string(status));
           got->exits.push_back(status);
+          got->linesAtExit = got->lines.size();
         });
   }
-  // Runs the main queue until the exit and at least `lines` lines have arrived.
-  bool waitFor(std::size_t lines = 0) {
-    return platform().runUntil([&] { return !got->exits.empty() && got->lines.size() >= lines; });
-  }
-  bool waitForLines(std::size_t lines) {
-    return platform().runUntil([&] { return got->lines.size() >= lines; });
+  // Runs the main queue until at least `lines` lines and, unless `exit` is false, the exit have
+  // arrived.
+  bool waitFor(std::size_t lines = 0, bool exit = true) {
+    return platform().runUntil(
+        [&] { return got->lines.size() >= lines && (!exit || !got->exits.empty()); });
   }
   // The pids a helper tree printed ("pid N d"), of one disposition or of all.
   std::vector<pid_t> pids(char disposition = 0) const {
     std::vector<pid_t> pids;
     for (const auto& line : got->lines) {
-      if (disposition == 0 || line.back() == disposition)
-        pids.push_back(std::atoi(line.c_str() + 4));
+      if (disposition == 0 || line.back() == disposition) pids.push_back(std::atoi(&line[4]));
     }
     return pids;
   }
@@ -70,11 +64,9 @@ Command shell(const std::string& line, const std::string& zero = "") {
 
 // Killed processes vanish a moment after the signal, asynchronously; wait, with a limit.
 bool waitAllGone(const std::vector<pid_t>& pids) {
-  for (int i = 0; i < 2000; ++i) {
-    if (std::all_of(pids.begin(), pids.end(), isGone)) return true;
+  for (int i = 0; i < 2000 && !std::all_of(pids.begin(), pids.end(), isGone); ++i)
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  return false;
+  return std::all_of(pids.begin(), pids.end(), isGone);
 }
 
 TEST(Child, DeliversCleanedNonEmptyLinesAndTheExitStatus) {
@@ -106,9 +98,11 @@ TEST(Child, FailedLaunchGivesOneLineThenStatus127) {
   };
   for (const auto& [program, cwd] : table) {
     Command run(program, {}, cwd);
-    EXPECT_TRUE(run.got->events.empty());  // nothing from inside start()
+    EXPECT_TRUE(run.got->lines.empty() && run.got->exits.empty());  // nothing inside start()
     ASSERT_TRUE(run.waitFor());
-    EXPECT_THAT(run.got->events, ElementsAre("line:起不来：" + program, "exit:127"));
+    EXPECT_THAT(run.got->lines, ElementsAre("起不来：" + program));
+    EXPECT_THAT(run.got->exits, ElementsAre(127));
+    EXPECT_EQ(run.got->linesAtExit, 1u);
     EXPECT_FALSE(run.child->isRunning());
   }
 }
@@ -123,7 +117,7 @@ TEST(Child, OutputOfABackgroundProcessKeepsArrivingAfterTheExitAlsoForAReleasedC
   ASSERT_TRUE(run.waitFor(1));
   EXPECT_EQ(run.got->exits, std::vector<std::int32_t>{0});
   close(open(gate.c_str(), O_WRONLY));  // only now does the background process write
-  ASSERT_TRUE(run.waitForLines(2));
+  ASSERT_TRUE(run.waitFor(2, false));
   EXPECT_THAT(run.got->lines, ElementsAre("parent", "late"));
 }
 
@@ -133,20 +127,19 @@ TEST(Child, FloodsArriveWholeInOrderLongLinesCut) {
   ASSERT_TRUE(cut.waitFor(2));
   EXPECT_THAT(cut.got->lines, ElementsAre(std::string(16384, 'x') + "\u2026", "next"));
 
-  for (const char* style : {"plain", "invalid"}) {
+  for (const std::string style : {"plain", "invalid"}) {
     long count = 0;
     long firstWrong = -1;
     bool exited = false;
     Child child;
     child.start(
         TEST_HELPER, {"flood", "2000000", style}, std::nullopt, {},
-        [&, style](std::string line) {
-          const std::string expected =
-              style == std::string("plain")
-                  ? "INFO step " + std::to_string(count) + " done"
-                  : "\ufffd\ufffd step " + std::to_string(count) + std::string(" \0 done", 7);
-          if (firstWrong < 0 && line != expected) firstWrong = count;
-          ++count;
+        [&](std::string line) {
+          const std::string step = " step " + std::to_string(count++);
+          if (firstWrong < 0 &&
+              line != (style == "plain" ? "INFO" + step + " done"
+                                        : "\ufffd\ufffd" + step + std::string(" \0 done", 7)))
+            firstWrong = count - 1;
         },
         [&](std::int32_t) { exited = true; });
     ASSERT_TRUE(
@@ -202,12 +195,12 @@ TEST(ChildCancel, StopsTheWholeTreeTrapsAndOrphansIncluded) {
   };
   for (const auto& [disposition, shape, size, after, status] : table) {
     Command run(TEST_HELPER, {"tree", disposition, shape});
-    ASSERT_TRUE(run.waitForLines(size));
+    ASSERT_TRUE(run.waitFor(size, false));
     const std::size_t timers = platform().pendingTimers();
     run.child->cancel();
     EXPECT_EQ(platform().pendingTimers(), timers + 1);
     EXPECT_EQ(platform().nextTimerAt() - platform().now(), std::chrono::seconds(10));
-    ASSERT_TRUE(run.waitForLines(after));
+    ASSERT_TRUE(run.waitFor(after, false));
     EXPECT_TRUE(waitAllGone(run.pids('n'))) << disposition;
     for (pid_t pid : run.pids('t')) EXPECT_FALSE(isGone(pid)) << disposition;
     platform().advance(std::chrono::seconds(10));
@@ -234,7 +227,7 @@ TEST(ChildCancel, PendingFollowUpsHoldBackWhatWaitsForThem) {
   ASSERT_TRUE(platform().runUntil([&] { return ran; }));
 
   Command run(TEST_HELPER, {"tree", "t", ""});
-  ASSERT_TRUE(run.waitForLines(1));
+  ASSERT_TRUE(run.waitFor(1, false));
   run.child->cancel();
   ran = false;
   Child::afterPendingKills([&] { ran = true; });
@@ -245,13 +238,13 @@ TEST(ChildCancel, PendingFollowUpsHoldBackWhatWaitsForThem) {
   ASSERT_TRUE(run.waitFor());
 }
 
-std::size_t entries(const char* dir) {
-  std::size_t count = 0;
-  if (DIR* d = opendir(dir)) {
-    while (dirent* e = readdir(d)) count += e->d_name[0] != '.';
-    closedir(d);
-  }
-  return count - (std::string(dir) == "/proc/self/fd" ? 1 : 0);  // opendir's own descriptor
+// Descriptors and threads of this process, each counted with the one reading it.
+std::pair<std::size_t, std::size_t> descriptorsAndThreads() {
+  auto count = [](const char* dir) {
+    std::filesystem::directory_iterator entries(dir);
+    return std::distance(begin(entries), end(entries));
+  };
+  return {count("/proc/self/fd"), count("/proc/self/task")};
 }
 
 // Cancelling trees again and again, the Child dropped at once as the model does, leaves no
@@ -259,27 +252,27 @@ std::size_t entries(const char* dir) {
 TEST(ChildSoak, CancelledTreesLeaveNothingBehind) {
   auto cycle = [](bool realTime) {
     Command run(TEST_HELPER, {"tree", "t", "tn/tn"});
-    EXPECT_TRUE(run.waitForLines(5));
+    EXPECT_TRUE(run.waitFor(5, false));
     run.child->cancel();
     run.child.reset();
     if (!realTime) platform().advance(std::chrono::seconds(10));
-    EXPECT_TRUE(platform().runUntil([&] { return !run.got->exits.empty(); }));
+    EXPECT_TRUE(run.waitFor());
     EXPECT_TRUE(waitAllGone(run.pids()));
   };
   cycle(false);  // what is made once per process is in the baseline
-  const std::size_t fds = entries("/proc/self/fd");
-  const std::size_t threads = entries("/proc/self/task");
+  const auto [fds, threads] = descriptorsAndThreads();
   for (int i = 0; i < 100 && !::testing::Test::HasFailure(); ++i) cycle(false);
   platform().setRealTimeBackground(true);
   cycle(true);
   platform().setRealTimeBackground(false);
   EXPECT_TRUE(testing::waitForNoMarkedProcess().empty());
-  for (int i = 0;
-       i < 400 && (entries("/proc/self/fd") > fds || entries("/proc/self/task") > threads); ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));  // readers end a moment later
-  }
-  EXPECT_LE(entries("/proc/self/fd"), fds);
-  EXPECT_LE(entries("/proc/self/task"), threads);
+  auto grew = [&] {
+    const auto [fdsNow, threadsNow] = descriptorsAndThreads();
+    return fdsNow > fds || threadsNow > threads;
+  };
+  for (int i = 0; i < 400 && grew(); ++i)  // readers end a moment after the exit
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  EXPECT_FALSE(grew());
 }
 
 }  // namespace

@@ -11,7 +11,7 @@ namespace kestravine::testing::server {
 
 int port();
 // From now on the n-th request for /home/ (from 1) is answered with statusFor(n); 0 stalls it
-// until the next call, longer than a probe may wait. Counts requests afresh.
+// for good, longer than a probe may wait. Counts requests afresh.
 void serve(std::function<int(int)> statusFor);
 int requests();
 

@@ -1,12 +1,17 @@
-// Output cut into arbitrary chunks gives the same lines as the same bytes in one piece: for
-// ASCII exactly the same lines (CR LF pairs split across chunks included); for any bytes the
-// same number of lines, in the same order, the all-ASCII ones unchanged; and no line is longer
-// than the cap. The first byte of the input chooses the cuts.
+// What becomes of a command's output, on any bytes. Cut into arbitrary reads (the first byte
+// chooses the cuts), the splitter gives as many lines as for the bytes in one piece, in order,
+// the all-ASCII ones unchanged (CR LF pairs split across reads included); no line is longer than
+// the cap, and only a line at the cap is cut. Cleaned, a line holds no escape character, no
+// blank at either end, only valid UTF-8, and cleaning it again changes nothing.
+#include <unicode/uchar.h>
+#include <unicode/utf8.h>
+
 #include <cstdint>
 #include <cstdlib>
 #include <string>
 #include <vector>
 
+#include "env/plain.h"
 #include "process/line_splitter.h"
 
 namespace {
@@ -15,11 +20,28 @@ void check(bool condition) {
   if (!condition) std::abort();
 }
 
+bool isBlank(UChar32 c) {
+  return c == '\t' || u_charType(c) == U_SPACE_SEPARATOR;
+}
+
+void checkCleaned(const std::string& line) {
+  const std::string once = kestravine::plain(line);
+  check(once.find('\x1b') == std::string::npos && kestravine::plain(once) == once);
+  const auto* s = reinterpret_cast<const std::uint8_t*>(once.data());
+  const auto n = static_cast<std::int32_t>(once.size());
+  UChar32 c = 0;
+  for (std::int32_t i = 0; i < n;) {
+    const bool first = i == 0;
+    U8_NEXT(s, i, n, c);
+    check(c >= 0 && !(first && isBlank(c)));
+  }
+  check(n == 0 || !isBlank(c));  // the last one decoded
+}
+
 std::vector<std::string> split(std::string_view bytes, const std::vector<std::size_t>& cuts) {
   std::vector<std::string> lines;
   kestravine::LineSplitter splitter;
   auto sink = [&](std::string_view line, bool cut) {
-    // No line is ever longer than the cap, and only a line at the cap is cut.
     std::size_t codePoints = 0;
     for (unsigned char c : line) codePoints += (c & 0xC0) != 0x80;
     check(codePoints <= kestravine::LineSplitter::kMaxLineCharacters);
@@ -34,13 +56,6 @@ std::vector<std::string> split(std::string_view bytes, const std::vector<std::si
   splitter.feed(bytes.substr(from), sink);
   splitter.finish(sink);
   return lines;
-}
-
-bool isAscii(std::string_view text) {
-  for (unsigned char c : text) {
-    if (c >= 0x80) return false;
-  }
-  return true;
 }
 
 }  // namespace
@@ -58,9 +73,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const auto whole = split(bytes, {});
   const auto chunked = split(bytes, cuts);
   check(whole.size() == chunked.size());
-  if (isAscii(bytes)) check(whole == chunked);
   for (std::size_t i = 0; i < whole.size(); ++i) {
-    if (isAscii(whole[i])) check(whole[i] == chunked[i]);
+    bool ascii = true;
+    for (unsigned char c : whole[i]) ascii = ascii && c < 0x80;
+    check(!ascii || whole[i] == chunked[i]);
+    checkCleaned(whole[i]);
   }
   return 0;
 }
