@@ -20,13 +20,10 @@ Lines split(const std::vector<std::string>& chunks) {
   return lines;
 }
 
-std::string times(std::size_t n, const std::string& unit) {
-  std::string s;
-  for (std::size_t i = 0; i < n; ++i) s += unit;
-  return s;
-}
-
-TEST(LineSplitter, SplitsAtBareLineFeedsAcrossChunks) {
+TEST(LineSplitter, SplitsAtBareLineFeedsAcrossChunksAndCutsAtTheCap) {
+  const std::string full(kCap, 'a');
+  std::string han;
+  for (std::size_t i = 0; i < kCap; ++i) han += "\u4e2d";
   const std::pair<std::vector<std::string>, Lines> table[] = {
       {{"a\n\n   \nb"}, {"a", "", "   ", "b"}},
       {{"no line end"}, {"no line end"}},
@@ -41,14 +38,7 @@ TEST(LineSplitter, SplitsAtBareLineFeedsAcrossChunks) {
       {{"\xc3", "\xa9\n"}, {"\ufffd\ufffd"}},      // two-byte character split across reads
       {{"\xe4\xb8\xad\n"}, {"\u4e2d"}},
       {{""}, {}},
-  };
-  for (const auto& [chunks, expected] : table) EXPECT_EQ(split(chunks), expected);
-}
-
-TEST(LineSplitter, CutsLongLinesAtTheCapInCodePoints) {
-  const std::string full = times(kCap, "a");
-  const std::string han = times(kCap, "\u4e2d");
-  const std::pair<std::vector<std::string>, Lines> table[] = {
+      // Lines longer than the cap, counted in code points, are cut and the rest dropped.
       {{full + "\nb\n"}, {full, "b"}},                          // exactly at the cap: whole
       {{full + "x\nb\n"}, {full + "|cut", "b"}},                // one more: cut
       {{full.substr(1), "axy", "z\nb"}, {full + "|cut", "b"}},  // cap reached inside a chunk
