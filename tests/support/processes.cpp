@@ -5,7 +5,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <sstream>
 #include <thread>
 
 #include "support/test_platform.h"
@@ -14,21 +13,10 @@ namespace kestravine::testing {
 
 namespace {
 
-// The fields of /proc/<pid>/stat after the command name, which is in parentheses and may hold
-// anything; empty once the process is gone.
-std::string statAfterName(pid_t pid) {
-  const std::string stat = readFile("/proc/" + std::to_string(pid) + "/stat");
-  const auto close = stat.rfind(')');
-  return close == std::string::npos ? "" : stat.substr(close + 1);
-}
-
-// Kernel threads (PF_KTHREAD in the flags, field 9) have no environment at all.
-bool isKernelThread(pid_t pid) {
-  std::istringstream fields(statAfterName(pid));
-  std::string field = "0";
-  for (int i = 3; i <= 9 && fields >> field; ++i) {
-  }
-  return (std::stoul(field) & 0x00200000) != 0;
+// Kernel threads have no program, and so never an environment.
+bool hasProgram(const std::filesystem::path& process) {
+  std::error_code error;
+  return !std::filesystem::read_symlink(process / "exe", error).empty();
 }
 
 }  // namespace
@@ -39,8 +27,10 @@ std::string readFile(const std::string& path) {
 }
 
 bool isGone(pid_t pid) {
-  const std::string fields = statAfterName(pid);
-  return fields.size() < 2 || fields[1] == 'Z';
+  // The state follows the command name, which is in parentheses and may hold anything.
+  const std::string stat = readFile("/proc/" + std::to_string(pid) + "/stat");
+  const auto close = stat.rfind(')');
+  return close == std::string::npos || close + 2 >= stat.size() || stat[close + 2] == 'Z';
 }
 
 std::vector<pid_t> markedProcesses() {
@@ -53,7 +43,7 @@ std::vector<pid_t> markedProcesses() {
     if (pid <= 0 || pid == getpid() || isGone(pid)) continue;
     // Empty while a process is between two programs (an exec under way): read again.
     std::string environ = readFile(it->path() / "environ");
-    for (int i = 0; i < 1000 && environ.empty() && !isKernelThread(pid) && !isGone(pid); ++i)
+    for (int i = 0; i < 1000 && environ.empty() && hasProgram(it->path()) && !isGone(pid); ++i)
       environ = readFile(it->path() / "environ");
     if (('\0' + environ).find(mark) != std::string::npos) found.push_back(pid);
   }
