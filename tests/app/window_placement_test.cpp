@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "app/main_window.h"
-
 namespace kestravine {
 namespace {
 
@@ -19,17 +17,6 @@ TEST(WindowPlacement, ContentIsCentredOnTheAvailableArea) {
   EXPECT_EQ(window_placement::contentOrigin(QRect(0, 25, 1440, 850), content), QPoint(500, 290));
   EXPECT_EQ(window_placement::contentOrigin(QRect(1440, 0, 1921, 1080), content),
             QPoint(1440 + 740, 380));
-}
-
-TEST(MainWindow, FixedClosableNotMinimisable) {
-  MainWindow window;
-  EXPECT_EQ(window.windowTitle(), "Kestravine");
-  EXPECT_EQ(window.minimumSize(), QSize(440, 320));
-  EXPECT_EQ(window.maximumSize(), QSize(440, 320));
-  const Qt::WindowFlags flags = window.windowFlags();
-  EXPECT_TRUE(flags & Qt::WindowCloseButtonHint);
-  EXPECT_FALSE(flags & Qt::WindowMinimizeButtonHint);
-  EXPECT_FALSE(flags & Qt::WindowMaximizeButtonHint);
 }
 
 }  // namespace

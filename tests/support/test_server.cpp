@@ -21,7 +21,7 @@ struct State {
 
 // Made on first use and never destroyed: a stalled request never ends.
 State& state() {
-  static State& s = [] () -> State& {
+  static State& s = []() -> State& {
     State& s = *new State;
     s.http.Get("/home/", [&s](const httplib::Request&, httplib::Response& response) {
       std::unique_lock lock(s.mutex);

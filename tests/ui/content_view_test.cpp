@@ -70,27 +70,61 @@ class ContentViewTest : public testing::ModelTest {
 };
 
 // The arrangements, their texts and buttons, and the details that start collapsed each time.
-TEST_F(ContentViewTest, ArrangementsFollowThePhase) {
+// Keyboard: no button has the focus when an arrangement appears (Space and Return do nothing),
+// Tab reaches every button, a focused button is drawn with a mark, retry is the default button.
+TEST_F(ContentViewTest, ArrangementsFollowThePhaseAndTheKeyboard) {
   EXPECT_EQ(texts<QLabel>(), (Texts{"Kestravine", "看一眼这台 Mac。"}));
   EXPECT_EQ(view->size(), QSize(440, 320));
-  ASSERT_NE(showWithScript("printf '<b>x</b>\\n'; exec sleep 100"), nullptr);
+  QPushButton* install = showWithScript("printf '<b>x</b>\\n'; exec sleep 100");
+  ASSERT_NE(install, nullptr);
+  QApplication::setActiveWindow(view.get());
+  ASSERT_TRUE(waitFor([&] { return QApplication::activeWindow() == view.get(); }));
+  // Unless `unfocused` is false: no button has the focus, so Space and Return trigger nothing.
+  // Then Tab reaches exactly `stops`.
+  auto expectKeys = [&](std::set<QWidget*> stops, bool unfocused = true) {
+    if (unfocused) {
+      EXPECT_EQ(qobject_cast<QAbstractButton*>(QApplication::focusWidget()), nullptr);
+      QTest::keyClick(view.get(), Qt::Key_Space);
+      QTest::keyClick(view.get(), Qt::Key_Return);
+    }
+    std::set<QWidget*> reached;
+    for (int i = 0; i < 4; ++i) {
+      QTest::keyClick(view.get(), Qt::Key_Tab);
+      reached.insert(QApplication::focusWidget());
+    }
+    EXPECT_EQ(reached, stops);
+  };
   EXPECT_EQ(texts<QLabel>(), (Texts{"Kestravine会装在这台 Mac 上",
                                     "数据只在这台 Mac 上，不上传。装好以后双击它就能进Varnholt。",
                                     "约 3—5 分钟，看网络。要一个 Claude 账号；不用另外填钥匙。"}));
   EXPECT_EQ(texts<QPushButton>(), (Texts{"安装并打开"}));
-  for (int round = 0; round < 2; ++round) {
+  expectKeys({install});
+  EXPECT_EQ(view->model().phase(), Phase::ready);
+  const QImage focused = install->grab().toImage();
+  view->setFocus();
+  EXPECT_NE(install->grab().toImage(), focused);
+
+  for (bool keyboard : {true, false}) {
     button("安装并打开", false)->click();
     ASSERT_TRUE(
         waitFor([&] { return texts<QLabel>().size() == 2 && texts<QLabel>()[1] == "<b>x</b>"; }));
     for (auto* l : shown<QLabel>()) EXPECT_EQ(l->textFormat(), Qt::PlainText);
     EXPECT_EQ(shown<LogView>().size(), 1u);
     EXPECT_EQ(texts<QPushButton>(), (Texts{"取消"}));
-    button("取消", false)->click();
+    expectKeys({button("取消")});
+    EXPECT_TRUE(view->model().canCancel());
+    if (keyboard) {
+      QTest::keyClick(QApplication::focusWidget(), Qt::Key_Space);  // Tab, then Space: cancel
+    } else {
+      button("取消", false)->click();
+    }
     ASSERT_NE(button("再试一次", false), nullptr);  // at once, before any further input
+    EXPECT_TRUE(button("再试一次", false)->isDefault());
     EXPECT_EQ(texts<QLabel>()[1], "停下了。什么都没改坏，再点一次可以重来。");
     EXPECT_TRUE(shown<LogView>().empty());  // details collapsed
     ASSERT_NE(toggle(), nullptr);
     EXPECT_EQ(toggle()->text(), "详情");
+    expectKeys({button("再试一次"), toggle()}, false);
     toggle()->click();
     ASSERT_TRUE(waitFor([&] { return shown<LogView>().size() == 1; }));
     EXPECT_EQ(shown<LogView>()[0]->scrollBar()->value(), 0);  // from the top
@@ -118,42 +152,6 @@ TEST_F(ContentViewTest, DoubleClickOnInstallStartsOneScript) {
   QTest::mouseClick(view->window()->windowHandle(), Qt::LeftButton, {}, at);
   QTest::mouseDClick(view->window()->windowHandle(), Qt::LeftButton, {}, at);
   EXPECT_EQ(markedProcesses().size(), 1u);  // scripts start inside the click
-}
-
-// Keyboard: no button has the focus when an arrangement appears (Space and Return do nothing),
-// Tab reaches every button, and a focused button is drawn with a mark.
-TEST_F(ContentViewTest, KeyboardReachesEveryButtonButTriggersNoneUnasked) {
-  QPushButton* install = showWithScript("exec sleep 100");
-  QApplication::setActiveWindow(view.get());
-  ASSERT_TRUE(waitFor([&] { return QApplication::activeWindow() == view.get(); }));
-  // Unless `unfocused` is false: no button has the focus, so Space and Return trigger nothing.
-  // Then Tab reaches exactly `stops`.
-  auto expectKeys = [&](std::set<QWidget*> stops, bool unfocused = true) {
-    if (unfocused) {
-      EXPECT_EQ(qobject_cast<QAbstractButton*>(QApplication::focusWidget()), nullptr);
-      QTest::keyClick(view.get(), Qt::Key_Space);
-      QTest::keyClick(view.get(), Qt::Key_Return);
-    }
-    std::set<QWidget*> reached;
-    for (int i = 0; i < 4; ++i) {
-      QTest::keyClick(view.get(), Qt::Key_Tab);
-      reached.insert(QApplication::focusWidget());
-    }
-    EXPECT_EQ(reached, stops);
-  };
-  expectKeys({install});
-  EXPECT_EQ(view->model().phase(), Phase::ready);
-  const QImage focused = install->grab().toImage();
-  view->setFocus();
-  EXPECT_NE(install->grab().toImage(), focused);
-
-  install->click();
-  expectKeys({button("取消")});
-  EXPECT_TRUE(view->model().canCancel());
-  QTest::keyClick(QApplication::focusWidget(), Qt::Key_Space);  // Tab, then Space: cancel
-  ASSERT_NE(button("再试一次"), nullptr);
-  EXPECT_TRUE(button("再试一次")->isDefault());
-  expectKeys({button("再试一次"), toggle()}, false);
 }
 
 // The look: a theme change recolours every text and the log's indicator; the details box keeps
