@@ -30,12 +30,6 @@ class CancelTest : public ModelTest {
     EXPECT_EQ(model->failure(), "停下了。什么都没改坏，再点一次可以重来。");
     EXPECT_FALSE(model->canCancel());
   }
-  // Starts `command` as the install or as the service start, and waits for `lines` lines.
-  void start(bool install, const std::string& command, std::size_t lines) {
-    install ? writeInstallScript(command) : installProduct(command);
-    install ? model->install() : model->check();
-    ASSERT_TRUE(platform().runUntil([&] { return model->lines().size() >= lines; }));
-  }
   void close() {
     model->close([this] { closed = true; });
   }
@@ -96,7 +90,7 @@ TEST_F(CancelTest, QuittingWaitsForAPendingKill) {
   const Delay cancelledAt = platform().now();
   model->cancel();
   model->retry();
-  start(true, "exit 0", 0);
+  start(true, "exit 0");
   ASSERT_TRUE(platform().runUntil([&] { return model->status() == "打开了。"; }));
   platform().advance(std::chrono::seconds(1));
   EXPECT_EQ(quits(), 0);
@@ -132,27 +126,21 @@ TEST_F(CancelTest, ClosedWindowLetsTheCommandFinishAndStartsNothing) {
   }
 }
 
-// With nothing running the close is done at once, unless a cancelled tree's SIGKILL is due; a
-// closed window's probe chain ends.
+// With nothing running (ready, or probing) the close is done at once, but never inside the
+// call; a cancelled tree's SIGKILL, when due, comes first. A closed window's probe chain ends.
 TEST_F(CancelTest, ClosedWindowWithNothingRunningIsDoneAtOnceUnlessAKillIsDue) {
-  model->check();
-  close();
-  EXPECT_FALSE(closed);  // never from inside the call
-  ASSERT_TRUE(runUntilClosed());
-
-  for (bool probing : {false, true}) {
+  for (const std::string state : {"ready", "probing", "kill due"}) {
     fresh();
     server::serve([](int) { return 503; });
-    start(true, probing ? "exit 0" : "echo started; exec " + helper("tree t ''"), probing ? 0 : 2);
-    if (probing) {
-      ASSERT_TRUE(platform().runUntil([&] { return !model->canCancel(); }));
-    } else {
-      model->cancel();
-    }
+    if (state == "ready") model->check();
+    if (state == "probing") start(true, "exit 0");
+    if (state == "kill due") start(true, "echo started; exec " + helper("tree t ''"), 2);
+    if (state == "kill due") model->cancel();
     close();
+    EXPECT_FALSE(closed);
     platform().runUntil([] { return true; });
     platform().advance(std::chrono::milliseconds(9999));
-    EXPECT_EQ(closed, probing);
+    EXPECT_EQ(closed, state != "kill due") << state;
     platform().advance(std::chrono::milliseconds(1));
     ASSERT_TRUE(runUntilClosed());
     EXPECT_TRUE(waitForNoMarkedProcess().empty());

@@ -20,8 +20,8 @@ using Field = Model::Field;
 using Fields = std::vector<Field>;
 using Phase = Model::Phase;
 
-TEST_F(ModelTest, CheckOffersTheInstallWhichRunsTheScriptAndAFailureKeepsItsLines) {
-  writeInstallScript("printf '  \\e[32mfetching\\e[0m\\nfetching\\n'; exit 2");
+TEST_F(ModelTest, CheckOffersTheInstallWhichRunsTheScriptAndAFailureKeepsTheLast400Lines) {
+  writeInstallScript("seq 1000; printf '  \\e[32mfetching\\e[0m\\nfetching\\n'; exit 2");
   Fields seen;
   model->addListener([&](Field f) { seen.push_back(f); });
   model->check();
@@ -41,12 +41,15 @@ TEST_F(ModelTest, CheckOffersTheInstallWhichRunsTheScriptAndAFailureKeepsItsLine
 
   seen.clear();
   ASSERT_TRUE(runToEnd());
-  ASSERT_TRUE(platform().runUntil([&] { return model->lines().size() == 2; }));  // any order
+  ASSERT_TRUE(platform().runUntil([&] { return model->linesAppended() == 1002; }));  // any order
   EXPECT_EQ(model->failure(),
             "没能装完（退出码 2）。多半是网络，或者这台 Mac 上已经有一份在跑。再试一次；"
             "不行就把下面的详情发给我。");
   EXPECT_FALSE(model->canCancel());
-  EXPECT_THAT(model->lines(), ElementsAre("fetching", "fetching"));  // equal lines both kept
+  ASSERT_EQ(model->lines().size(), 400u);  // the last 400
+  EXPECT_EQ(model->lines().front(), "603");
+  EXPECT_EQ(model->lines()[398], "fetching");  // equal lines both kept
+  EXPECT_EQ(model->lines()[399], "fetching");
   EXPECT_EQ(model->status(), "fetching");
   const Fields failing{Field::failure, Field::phase, Field::canCancel};
   EXPECT_NE(std::search(seen.begin(), seen.end(), failing.begin(), failing.end()), seen.end());
@@ -96,16 +99,6 @@ TEST_F(ModelTest, InstallTakesTheTarballThatSortsFirstOrStartsNothing) {
   }
 }
 
-TEST_F(ModelTest, KeepsTheLastFourHundredLines) {
-  writeInstallScript("seq 1000; exit 4");
-  model->install();
-  ASSERT_TRUE(runToEnd());
-  ASSERT_TRUE(platform().runUntil([&] { return model->status() == "1000"; }));
-  ASSERT_EQ(model->lines().size(), 400u);
-  EXPECT_EQ(model->lines().front(), "601");
-  EXPECT_EQ(model->linesAppended(), 1000u);
-}
-
 // The service start: "npm run -s zorvel:up" in a login shell in <home>/app, with the port offset
 // and the product's own npm first even after the profile files set PATH afresh (as Debian's
 // /etc/profile does; here the user's .bash_profile does it too), and the user's own BASH_ENV
@@ -153,69 +146,14 @@ TEST_F(ModelTest, AFileNamedAppMeansInstalledAndAFailedStartStillProbes) {
   EXPECT_EQ(server::requests(), 1);
 }
 
-class ProbeTest : public ModelTest {
- protected:
-  // An install that succeeds at once, so that the probe starts; returns when it does.
-  Delay probeAfterInstall() {
-    writeInstallScript("exit 0");
-    model->install();
-    EXPECT_TRUE(platform().runUntil([&] { return !model->canCancel(); }));
-    return platform().now();
-  }
-};
+using ProbeTest = ModelTest;
 
 // Probes until the application answers, a pause of 2 s after each that fails: error statuses
 // and a stall (ended by the probe's 3 s limit) are not ready, a redirect is. Then the browser
-// opens the address and the launcher quits 0.8 s later.
+// opens the address and the launcher quits 0.8 s later. The user's proxy settings never stand in
+// between: a dead proxy in the environment, or in a curlrc that also sends every connection to
+// the dead port.
 TEST_F(ProbeTest, ProbesUntilTheApplicationAnswersThenOpensAndQuits) {
-  const std::vector<int> table[] = {{503, 503, 200}, {404, 200}, {500, 200}, {0, 200}, {302}};
-  for (const auto& answers : table) {
-    fresh();
-    server::serve(
-        [answers](int n) { return answers[std::min<std::size_t>(n, answers.size()) - 1]; });
-    const Delay probingFrom = probeAfterInstall();
-    ASSERT_TRUE(runToEnd());
-    const int probes = static_cast<int>(answers.size());
-    EXPECT_EQ(server::requests(), probes) << answers[0];
-    EXPECT_EQ(model->status(), "打开了。");
-    ASSERT_EQ(opened(), 1);
-    EXPECT_EQ(platform().openedUrls().back(),
-              "http://127.0.0.1:" + std::to_string(5199 + Ctx::portOffset()) + "/home/");
-    EXPECT_EQ(platform().openedAt() - probingFrom, std::chrono::seconds(2 * (probes - 1)));
-    EXPECT_EQ(platform().quitAt() - platform().openedAt(), std::chrono::milliseconds(800));
-    EXPECT_EQ(quits(), 1);
-  }
-}
-
-TEST_F(ProbeTest, GivesUpAfterFortyFiveProbesNamingTheLogFile) {
-  const Delay probingFrom = probeAfterInstall();
-  ASSERT_TRUE(runToEnd());
-  // 45 probes, each followed by a pause of 2 s; the 46th attempt fails without probing.
-  EXPECT_EQ(platform().now() - probingFrom, std::chrono::seconds(90));
-  EXPECT_EQ(server::requests(), 45);
-  EXPECT_EQ(model->failure(), "服务没能起来。日志在 " + home() + "/app/.zorvel/logs/monitor.log。");
-  EXPECT_EQ(quits(), 0);
-}
-
-TEST_F(ProbeTest, CancelDoesNotStopTheChainButReleasingTheModelDoes) {
-  server::serve([](int) { return 200; });
-  probeAfterInstall();
-  model->cancel();
-  ASSERT_TRUE(platform().runUntil([&] { return model->status() == "打开了。"; }));
-  platform().advance(std::chrono::seconds(1));
-  EXPECT_EQ(quits(), 1);
-
-  fresh();
-  probeAfterInstall();
-  model.reset();  // while the first probe runs
-  EXPECT_TRUE(testing::waitForNoMarkedProcess().empty());
-  settle();
-  platform().advance(std::chrono::seconds(10));
-  EXPECT_EQ(server::requests(), 1);
-  EXPECT_EQ(quits(), 0);
-}
-
-TEST_F(ProbeTest, UsersProxySettingsNeverStandBetweenProbeAndApplication) {
   // A proxy that refuses every connection: bound, never listening.
   const int proxy = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
@@ -225,23 +163,99 @@ TEST_F(ProbeTest, UsersProxySettingsNeverStandBetweenProbeAndApplication) {
   const std::string dead = "127.0.0.1:" + std::to_string(ntohs(address.sin_port));
   const std::string curlHome = record() + "/curl-home";
   const std::string ownHome = std::getenv("HOME");
-  for (const auto& [name, value] : {std::pair{"http_proxy", "http://" + dead},
-                                    {"all_proxy", "http://" + dead},
-                                    {"ALL_PROXY", "http://" + dead},
-                                    {"HOME", curlHome}}) {
+  const std::tuple<std::vector<int>, std::string, std::string> table[] = {
+      {{503, 503, 200}, "", ""},
+      {{404, 200}, "", ""},
+      {{500, 200}, "", ""},
+      {{0, 200}, "", ""},
+      {{302}, "", ""},
+      {{200}, "http_proxy", "http://" + dead},
+      {{200}, "all_proxy", "http://" + dead},
+      {{200}, "ALL_PROXY", "http://" + dead},
+      {{200}, "HOME", curlHome}};
+  for (const auto& [answers, variable, value] : table) {
     fresh();
-    // A curlrc that names the dead proxy, and sends every connection to the dead port anyway.
     writeFile(curlHome + "/.curlrc",
               "proxy = \"http://" + dead + "\"\nconnect-to = \"::" + dead + "\"\n");
-    server::serve([](int) { return 200; });
-    setenv(name, value.c_str(), 1);
-    probeAfterInstall();
+    server::serve(
+        [answers](int n) { return answers[std::min<std::size_t>(n, answers.size()) - 1]; });
+    if (!variable.empty()) setenv(variable.c_str(), value.c_str(), 1);
+    start(true, "exit 0");
+    const Delay probingFrom = platform().now();
     ASSERT_TRUE(runToEnd());
-    name == std::string("HOME") ? setenv("HOME", ownHome.c_str(), 1) : unsetenv(name);
-    EXPECT_EQ(quits(), 1) << name;
-    EXPECT_EQ(server::requests(), 1) << name;
+    variable == "HOME" ? setenv("HOME", ownHome.c_str(), 1) : unsetenv(variable.c_str());
+    const int probes = static_cast<int>(answers.size());
+    EXPECT_EQ(server::requests(), probes) << answers[0] << variable;
+    EXPECT_EQ(model->status(), "打开了。");
+    ASSERT_EQ(opened(), 1);
+    EXPECT_EQ(platform().openedUrls().back(),
+              "http://127.0.0.1:" + std::to_string(5199 + Ctx::portOffset()) + "/home/");
+    EXPECT_EQ(platform().openedAt() - probingFrom, std::chrono::seconds(2 * (probes - 1)));
+    EXPECT_EQ(platform().quitAt() - platform().openedAt(), std::chrono::milliseconds(800));
+    EXPECT_EQ(quits(), 1);
   }
   close(proxy);
+}
+
+TEST_F(ProbeTest, GivesUpAfterFortyFiveProbesNamingTheLogFile) {
+  start(true, "exit 0");
+  const Delay probingFrom = platform().now();
+  ASSERT_TRUE(runToEnd());
+  // 45 probes, each followed by a pause of 2 s; the 46th attempt fails without probing.
+  EXPECT_EQ(platform().now() - probingFrom, std::chrono::seconds(90));
+  EXPECT_EQ(server::requests(), 45);
+  EXPECT_EQ(model->failure(), "服务没能起来。日志在 " + home() + "/app/.zorvel/logs/monitor.log。");
+  EXPECT_EQ(quits(), 0);
+}
+
+// The suites below run in processes of their own with the environment their CTest entries set
+// (see CMakeLists.txt): the environment snapshot is taken once per process.
+
+// KESTRAVINE_HOME empty, ZORVEL_PORT_OFFSET "abc", KESTRAVINE_SKIP_ATTEST set,
+// KESTRAVINE_NO_OPEN "yes".
+using ModelEnvOddValues = ModelTest;
+
+TEST_F(ModelEnvOddValues, ValuesPassAsSetAndTheOffsetFallsBackToZero) {
+  EXPECT_EQ(home(), std::string(std::getenv("HOME")) + "/.kestravine");
+  EXPECT_EQ(Ctx::portOffset(), 0);
+  writeInstallScript("exit 0");
+  setenv("KESTRAVINE_SKIP_ATTEST", "changed", 1);  // the script gets the value at start
+  model->install();
+  ASSERT_TRUE(runToEnd());  // nobody answers at 5199: the probe gives up
+  const std::string env = "\n" + readFile(record() + "/env");
+  for (const char* variable :
+       {"KESTRAVINE_HOME=", "ZORVEL_PORT_OFFSET=0", "KESTRAVINE_SKIP_ATTEST=yes please"})
+    EXPECT_THAT(env, HasSubstr("\n" + std::string(variable) + "\n"));
+
+  fresh();
+  start(false, "echo \"$ZORVEL_PORT_OFFSET\" > '" + record() + "/offset'");
+  EXPECT_EQ(readFile(record() + "/offset"), "0\n");
+}
+
+// KESTRAVINE_HOME holds blanks, quotes and a command substitution; KESTRAVINE_NO_OPEN is "yes".
+using ModelEnvQuotedHome = ModelTest;
+
+TEST_F(ModelEnvQuotedHome, NoShellEverInterpretsTheHomeAndOnlyOneSuppressesTheBrowser) {
+  ASSERT_NE(home().find("$(touch"), std::string::npos);
+  server::serve([](int) { return 200; });
+  start(false, "pwd > '" + record() + "/pwd'");
+  ASSERT_TRUE(runToEnd());
+  EXPECT_EQ(readFile(record() + "/pwd"), home() + "/app\n");
+  EXPECT_EQ(opened(), 1);
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(TEST_SCRATCH))
+    EXPECT_NE(entry.path().filename(), "pwned");
+}
+
+// KESTRAVINE_NO_OPEN=1.
+using ModelEnvNoOpen = ModelTest;
+
+TEST_F(ModelEnvNoOpen, QuitsWithoutOpeningTheBrowser) {
+  server::serve([](int) { return 200; });
+  start(true, "exit 0");
+  ASSERT_TRUE(runToEnd());
+  EXPECT_EQ(model->status(), "打开了。");
+  EXPECT_EQ(opened(), 0);
+  EXPECT_EQ(quits(), 1);
 }
 
 }  // namespace

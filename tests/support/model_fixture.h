@@ -70,6 +70,14 @@ class ModelTest : public ::testing::Test {
     for (char c : command) json += c == '"' || c == '\\' ? std::string{'\\', c} : std::string{c};
     writeFile(home() + "/app/package.json", "{\"scripts\": {\"zorvel:up\": \"" + json + "\"}}\n");
   }
+  // Starts `command` as the install, or as the service start of an installed product, and runs
+  // the main queue until `lines` lines have arrived; with `lines` 0, until the command has ended.
+  void start(bool install, const std::string& command, std::size_t lines = 0) {
+    install ? writeInstallScript(command) : installProduct(command);
+    install ? model->install() : model->check();
+    ASSERT_TRUE(platform().runUntil(
+        [&] { return lines ? model->lines().size() >= lines : !model->canCancel(); }));
+  }
   static std::string helper(const std::string& args) {
     return std::string("'") + TEST_HELPER + "' " + args;
   }
