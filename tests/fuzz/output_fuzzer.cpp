@@ -38,7 +38,8 @@ void checkCleaned(const std::string& line) {
   check(n == 0 || !isBlank(c));  // the last one decoded
 }
 
-std::vector<std::string> split(std::string_view bytes, const std::vector<std::size_t>& cuts) {
+// The lines of `bytes`, fed in one piece or in reads of 1 to 7 bytes chosen by `seed`.
+std::vector<std::string> split(std::string_view bytes, bool whole, unsigned seed) {
   std::vector<std::string> lines;
   kestravine::LineSplitter splitter;
   auto sink = [&](std::string_view line, bool cut) {
@@ -48,12 +49,13 @@ std::vector<std::string> split(std::string_view bytes, const std::vector<std::si
     check(!cut || codePoints == kestravine::LineSplitter::kMaxLineCharacters);
     lines.emplace_back(line);
   };
-  std::size_t from = 0;
-  for (std::size_t cut : cuts) {
-    splitter.feed(bytes.substr(from, cut - from), sink);
-    from = cut;
+  while (!bytes.empty()) {
+    seed = seed * 1103515245u + 12345u;
+    const std::size_t n =
+        whole ? bytes.size() : std::min<std::size_t>(bytes.size(), 1 + (seed >> 16) % 7);
+    splitter.feed(bytes.substr(0, n), sink);
+    bytes.remove_prefix(n);
   }
-  splitter.feed(bytes.substr(from), sink);
   splitter.finish(sink);
   return lines;
 }
@@ -63,15 +65,8 @@ std::vector<std::string> split(std::string_view bytes, const std::vector<std::si
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size == 0) return 0;
   const std::string_view bytes(reinterpret_cast<const char*>(data) + 1, size - 1);
-  std::vector<std::size_t> cuts;
-  unsigned seed = data[0];
-  for (std::size_t pos = 0; pos < bytes.size();) {
-    seed = seed * 1103515245u + 12345u;
-    pos += 1 + (seed >> 16) % 7;
-    if (pos < bytes.size()) cuts.push_back(pos);
-  }
-  const auto whole = split(bytes, {});
-  const auto chunked = split(bytes, cuts);
+  const auto whole = split(bytes, true, 0);
+  const auto chunked = split(bytes, false, data[0]);
   check(whole.size() == chunked.size());
   for (std::size_t i = 0; i < whole.size(); ++i) {
     bool ascii = true;
