@@ -3,16 +3,11 @@
 
 #include "support/model_fixture.h"
 
-namespace kestravine {
+namespace kestravine::testing {
 namespace {
 
 using ::testing::Contains;
 using ::testing::ElementsAre;
-using testing::markedProcesses;
-using testing::ModelTest;
-using testing::platform;
-using testing::waitForNoMarkedProcess;
-namespace server = testing::server;
 using Field = Model::Field;
 using Phase = Model::Phase;
 
@@ -151,4 +146,4 @@ TEST_F(CancelTest, ClosedWindowWithNothingRunningIsDoneAtOnceUnlessAKillIsDue) {
 }
 
 }  // namespace
-}  // namespace kestravine
+}  // namespace kestravine::testing

@@ -6,16 +6,12 @@
 
 #include "support/model_fixture.h"
 
-namespace kestravine {
+namespace kestravine::testing {
 namespace {
 
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-using testing::ModelTest;
 using ::testing::Not;
-using testing::platform;
-using testing::readFile;
-namespace server = testing::server;
 using Field = Model::Field;
 using Fields = std::vector<Field>;
 using Phase = Model::Phase;
@@ -90,7 +86,7 @@ TEST_F(ModelTest, InstallTakesTheTarballThatSortsFirstOrStartsNothing) {
       EXPECT_EQ(model->phase(), Phase::failed) << names.size();
       EXPECT_EQ(model->failure(), "这个 dmg 里少了安装文件。重新下载一份吧。");
       EXPECT_EQ(model->status(), "");
-      EXPECT_TRUE(testing::markedProcesses().empty());
+      EXPECT_TRUE(markedProcesses().empty());
       continue;
     }
     ASSERT_TRUE(runToEnd());
@@ -228,7 +224,7 @@ TEST_F(ModelEnvOddValues, ValuesPassAsSetAndTheOffsetFallsBackToZero) {
     EXPECT_THAT(env, HasSubstr("\n" + std::string(variable) + "\n"));
 
   fresh();
-  start(false, "echo \"$ZORVEL_PORT_OFFSET\" > '" + record() + "/offset'");
+  start(false, "echo $ZORVEL_PORT_OFFSET > '" + record() + "/offset'");
   EXPECT_EQ(readFile(record() + "/offset"), "0\n");
 }
 
@@ -259,4 +255,4 @@ TEST_F(ModelEnvNoOpen, QuitsWithoutOpeningTheBrowser) {
 }
 
 }  // namespace
-}  // namespace kestravine
+}  // namespace kestravine::testing

@@ -13,12 +13,10 @@
 #include "support/processes.h"
 #include "support/test_platform.h"
 
-namespace kestravine {
+namespace kestravine::testing {
 namespace {
 
 using ::testing::ElementsAre;
-using testing::isGone;
-using testing::platform;
 using Lines = std::vector<std::string>;
 
 // A command run through a fresh Child, with what its callbacks delivered. Shared with the
@@ -202,7 +200,7 @@ TEST(ChildCancel, StopsTheWholeTreeTrapsAndOrphansIncluded) {
     platform().advance(std::chrono::milliseconds(1));
     ASSERT_TRUE(platform().runUntil([&] { return killed && !run.got->exits.empty(); }));
     EXPECT_THAT(run.got->exits, ElementsAre(status)) << disposition;
-    EXPECT_TRUE(testing::waitForNoMarkedProcess().empty()) << disposition;
+    EXPECT_TRUE(waitForNoMarkedProcess().empty()) << disposition;
   }
 }
 
@@ -247,11 +245,11 @@ TEST(ChildSoak, CancelledTreesLeaveNothingBehind) {
   cycle(false);  // what is made once per process is in the baseline
   const std::ptrdiff_t before = descriptorsAndThreads();
   for (int i = 0; i < 100 && !::testing::Test::HasFailure(); ++i) cycle(i == 99);
-  EXPECT_TRUE(testing::waitForNoMarkedProcess().empty());
+  EXPECT_TRUE(waitForNoMarkedProcess().empty());
   for (int i = 0; i < 400 && descriptorsAndThreads() > before; ++i)  // readers end a moment later
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   EXPECT_LE(descriptorsAndThreads(), before);
 }
 
 }  // namespace
-}  // namespace kestravine
+}  // namespace kestravine::testing

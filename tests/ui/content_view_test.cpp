@@ -14,17 +14,14 @@
 #include "ui/disclosure_button.h"
 #include "ui/log_view.h"
 
-namespace kestravine {
+namespace kestravine::testing {
 namespace {
 
-using testing::markedProcesses;
-using testing::platform;
-using testing::waitFor;
 using Phase = Model::Phase;
 using Texts = std::vector<QString>;
 
 // The window content on the offscreen platform, with the model's world of ModelTest.
-class ContentViewTest : public testing::ModelTest {
+class ContentViewTest : public ModelTest {
  protected:
   void TearDown() override {
     if (view->model().canCancel()) button("取消", false)->click();  // stop what a test left
@@ -213,7 +210,7 @@ TEST_F(ContentViewAutostart, InstallsOnceAfterThreeTenthsOfASecond) {
     EXPECT_EQ(view->model().phase(), Phase::working);
     EXPECT_EQ(markedProcesses().size(), 1u);
     button("取消", false)->click();
-    EXPECT_TRUE(testing::waitForNoMarkedProcess().empty());
+    EXPECT_TRUE(waitForNoMarkedProcess().empty());
   }
   fresh();
   std::filesystem::create_directories(home() + "/app");
@@ -234,4 +231,4 @@ TEST_F(ContentViewNoAutostart, OnlyExactlyOneCounts) {
 }
 
 }  // namespace
-}  // namespace kestravine
+}  // namespace kestravine::testing

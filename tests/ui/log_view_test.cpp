@@ -7,10 +7,8 @@
 
 #include "support/ui_wait.h"
 
-namespace kestravine {
+namespace kestravine::testing {
 namespace {
-
-using testing::waitFor;
 
 std::deque<std::string> numbered(int count, const std::string& prefix = "line ") {
   std::deque<std::string> lines;
@@ -87,4 +85,4 @@ TEST_F(LogViewTest, WholeLinesWrapUpToTheCap) {
 }
 
 }  // namespace
-}  // namespace kestravine
+}  // namespace kestravine::testing
