@@ -132,16 +132,6 @@ TEST_F(ModelTest, ServiceStartRunsTheProductsNpmInALoginShellThenProbes) {
   EXPECT_EQ(quits(), 1);
 }
 
-TEST_F(ModelTest, AFileNamedAppMeansInstalledAndAFailedStartStillProbes) {
-  writeFile(home() + "/app", "not a directory");  // bash cannot start in it
-  server::serve([](int) { return 200; });
-  model->check();
-  EXPECT_EQ(model->phase(), Phase::working);
-  ASSERT_TRUE(runToEnd());
-  EXPECT_THAT(model->lines(), ElementsAre("起不来：/bin/bash"));
-  EXPECT_EQ(server::requests(), 1);
-}
-
 using ProbeTest = ModelTest;
 
 // Probes until the application answers, a pause of 2 s after each that fails: error statuses

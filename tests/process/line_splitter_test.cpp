@@ -37,6 +37,10 @@ TEST(LineSplitter, SplitsAtBareLineFeedsAcrossChunksAndCutsAtTheCap) {
       {{"\xe4\xb8", "\xad\n"}, {"\ufffd\ufffd"}},  // three-byte character split across reads
       {{"\xc3", "\xa9\n"}, {"\ufffd\ufffd"}},      // two-byte character split across reads
       {{"\xe4\xb8\xad\n"}, {"\u4e2d"}},
+      // Invalid UTF-8: one U+FFFD per maximal ill-formed part (a truncated character, an overlong
+      // form, a surrogate, a code point above U+10FFFF: one for each byte of the last three).
+      {{"a\xe4\xb8-\xc0\xaf\n"}, {"a\ufffd-\ufffd\ufffd"}},
+      {{"\xed\xa0\x80\xf4\x90\x80\x80\n"}, {"\ufffd\ufffd\ufffd\ufffd\ufffd\ufffd\ufffd"}},
       {{""}, {}},
       // Lines longer than the cap, counted in code points, are cut and the rest dropped.
       {{full + "\nb\n"}, {full, "b"}},                          // exactly at the cap: whole
