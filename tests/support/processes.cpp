@@ -19,6 +19,26 @@ bool hasProgram(const std::filesystem::path& process) {
   return !std::filesystem::read_symlink(process / "exe", error).empty();
 }
 
+// The fields of /proc/<pid>/stat after the command name, which is in parentheses and may hold
+// anything: state, parent, ...; empty once the process is gone.
+std::string statFields(pid_t pid) {
+  const std::string stat = readFile("/proc/" + std::to_string(pid) + "/stat");
+  const auto close = stat.rfind(')');
+  return close == std::string::npos || close + 2 >= stat.size() ? "" : stat.substr(close + 2);
+}
+
+// The live processes of the machine, this program left out.
+std::vector<pid_t> otherProcesses() {
+  std::vector<pid_t> found;
+  std::error_code error;  // processes come and go while /proc is read
+  for (std::filesystem::directory_iterator it("/proc", error), end; !error && it != end;
+       it.increment(error)) {
+    const pid_t pid = std::atoi(it->path().filename().c_str());
+    if (pid > 0 && pid != getpid() && !isGone(pid)) found.push_back(pid);
+  }
+  return found;
+}
+
 }  // namespace
 
 std::string readFile(const std::string& path) {
@@ -27,25 +47,29 @@ std::string readFile(const std::string& path) {
 }
 
 bool isGone(pid_t pid) {
-  // The state follows the command name, which is in parentheses and may hold anything.
-  const std::string stat = readFile("/proc/" + std::to_string(pid) + "/stat");
-  const auto close = stat.rfind(')');
-  return close == std::string::npos || close + 2 >= stat.size() || stat[close + 2] == 'Z';
+  const std::string fields = statFields(pid);
+  return fields.empty() || fields[0] == 'Z';
 }
 
 std::vector<pid_t> markedProcesses() {
   const std::string mark = '\0' + std::string(kMark) + "=" + std::to_string(getpid()) + '\0';
   std::vector<pid_t> found;
-  std::error_code error;  // processes come and go while /proc is read
-  for (std::filesystem::directory_iterator it("/proc", error), end; !error && it != end;
-       it.increment(error)) {
-    const pid_t pid = std::atoi(it->path().filename().c_str());
-    if (pid <= 0 || pid == getpid() || isGone(pid)) continue;
+  for (pid_t pid : otherProcesses()) {
+    const std::filesystem::path process = "/proc/" + std::to_string(pid);
     // Empty while a process is between two programs (an exec under way): read again.
-    std::string environ = readFile(it->path() / "environ");
-    for (int i = 0; i < 1000 && environ.empty() && hasProgram(it->path()) && !isGone(pid); ++i)
-      environ = readFile(it->path() / "environ");
+    std::string environ = readFile(process / "environ");
+    for (int i = 0; i < 1000 && environ.empty() && hasProgram(process) && !isGone(pid); ++i)
+      environ = readFile(process / "environ");
     if (('\0' + environ).find(mark) != std::string::npos) found.push_back(pid);
+  }
+  return found;
+}
+
+std::vector<pid_t> children() {
+  std::vector<pid_t> found;
+  for (pid_t pid : otherProcesses()) {
+    const std::string fields = statFields(pid);  // "<state> <parent> ..."
+    if (fields.size() > 2 && std::atoi(fields.c_str() + 2) == getpid()) found.push_back(pid);
   }
   return found;
 }

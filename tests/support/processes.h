@@ -17,6 +17,9 @@ std::vector<pid_t> markedProcesses();
 // Waits, at most 10 s of real time, until no marked process is left; returns what is left, as
 // "pid:command" words.
 std::string waitForNoMarkedProcess();
+// Live processes whose parent is this program: the commands it started, not what they started
+// (a starting script's own commands come and go at their pace).
+std::vector<pid_t> children();
 // True when no live process has this pid (gone, or a zombie awaiting its reaper).
 bool isGone(pid_t pid);
 
