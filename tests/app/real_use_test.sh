@@ -124,7 +124,9 @@ timeout 60 tail --pid="$pid" -f /dev/null || die "cancel+close: launcher still r
 wait "$pid" || status=$?
 ended_ms=$((($(date +%s%N) - cancelled) / 1000000))
 [[ $status -eq 0 ]] || die "cancel+close: exit status $status"
-! kill -0 "$script" 2>/dev/null || die "cancel+close: the install script survived"
+# Killed, it may stay a zombie for a moment, until whoever inherited it reaps it.
+running() { [[ $(sed 's/.*) //' "/proc/$1/stat" 2>/dev/null) =~ ^[^ZX] ]]; }
+! running "$script" || die "cancel+close: the install script survived"
 ((ended_ms >= 9000)) || die "cancel+close: ended ${ended_ms} ms after the cancel, before the SIGKILL was due"
 echo "ok: cancel then close: script killed, launcher ended ${ended_ms} ms after the cancel"
 
