@@ -1,4 +1,6 @@
 #include <gtest/gtest.h>
+#include <pwd.h>
+#include <unistd.h>
 
 #include "env/ctx.h"
 
@@ -34,9 +36,9 @@ TEST(KestravineHome, UsedAsSetWhenNonEmptyElseUnderUserHome) {
 }
 
 TEST(UserHome, FallsBackToPasswordDatabaseWhenHomeIsUnsetOrEmpty) {
+  const std::string fromDatabase = getpwuid(getuid())->pw_dir;
   EXPECT_EQ(ctx_rules::userHome({{"HOME", "/home/x"}}), "/home/x");
-  std::string fromDatabase = ctx_rules::userHome({});
-  EXPECT_FALSE(fromDatabase.empty());
+  EXPECT_EQ(ctx_rules::userHome({}), fromDatabase);
   EXPECT_EQ(ctx_rules::userHome({{"HOME", ""}}), fromDatabase);
 }
 

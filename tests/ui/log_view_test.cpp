@@ -67,11 +67,11 @@ TEST_F(LogViewTest, LaysOutOnlyNewRowsInView) {
 
 // Whole lines wrap, up to the cap; rows out of view are estimated close to their exact height.
 TEST_F(LogViewTest, WholeLinesWrapUpToTheCap) {
-  view.setLines(numbered(8, "short "), 0);
+  view.setLines(numbered(30, "short "), 0);
   const int shortRange = view.scrollBar()->maximum();
   const int lineHeight = QFontMetrics(view.font()).height();
   for (std::size_t length : {2000u, 16384u}) {
-    auto lines = numbered(8, "short ");
+    auto lines = numbered(30, "short ");
     lines.back() = std::string(length, 'x') + "\u2026";
     view.setLines(lines, length);
     const double perLine =
