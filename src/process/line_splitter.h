@@ -28,8 +28,6 @@ class LineSplitter {
   // The end of the output: passes the unfinished line, if any, to `sink`.
   void finish(const LineSink& sink);
 
-  std::size_t bufferedBytes() const { return line_.size(); }
-
  private:
   // Adds text of the current line, as much as the cap leaves room for.
   void take(std::string_view text);

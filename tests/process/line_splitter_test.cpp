@@ -53,20 +53,5 @@ TEST(LineSplitter, SplitsAtBareLineFeedsAcrossChunksAndCutsAtTheCap) {
   for (const auto& [chunks, expected] : table) EXPECT_EQ(split(chunks), expected);
 }
 
-TEST(LineSplitter, HoldsOnlyTheUnfinishedLineUpToTheCap) {
-  LineSplitter splitter;
-  std::size_t count = 0;
-  auto sink = [&](std::string_view, bool) { ++count; };
-  for (int i = 0; i < 1000; ++i) splitter.feed("line\nline\npart", sink);
-  EXPECT_EQ(count, 2000u);  // each "part" joins the next chunk's first line
-  EXPECT_EQ(splitter.bufferedBytes(), 4u);
-
-  // Endless output without a line end: what is held never grows past the cap.
-  const std::string chunk(65536, 'y');
-  for (int i = 0; i < 200; ++i) splitter.feed(chunk, sink);
-  EXPECT_EQ(splitter.bufferedBytes(), kCap);
-  EXPECT_EQ(count, 2000u);
-}
-
 }  // namespace
 }  // namespace kestravine
