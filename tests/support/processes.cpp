@@ -1,10 +1,10 @@
 #include "support/processes.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <thread>
 
 #include "support/test_platform.h"
@@ -42,8 +42,18 @@ std::vector<pid_t> otherProcesses() {
 }  // namespace
 
 std::string readFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  // Not a stream: reading /proc/<pid>/... of a process that ends meanwhile fails with ESRCH,
+  // which libstdc++'s file buffer throws as an exception.
+  std::string text;
+  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return text;
+  char buffer[4096];
+  for (ssize_t n; (n = read(fd, buffer, sizeof buffer)) != 0;) {
+    if (n > 0) text.append(buffer, static_cast<std::size_t>(n));
+    if (n < 0 && errno != EINTR) break;
+  }
+  close(fd);
+  return text;
 }
 
 bool isGone(pid_t pid) {
