@@ -53,4 +53,4 @@ after_ms=$(((ended - opened_at) / 1000000))
 echo "ended ${after_ms} ms after opening"
 # About 0.8 s: never sooner; later only by the time the stub takes to go away.
 ((after_ms >= 750 && after_ms < 10000)) || exit 1
-curl -fsS "http://127.0.0.1:$port/home/" | grep -q '<title>Varnholt</title>'
+[[ $(curl -fsS "http://127.0.0.1:$port/home/") == *'<title>Varnholt</title>'* ]]

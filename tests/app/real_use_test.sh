@@ -57,11 +57,18 @@ wait_until() {
   die "timed out waiting for: $*"
 }
 window_shown() { xdotool search --onlyvisible --name '^Kestravine$' >/dev/null 2>&1; }
+# Alt+F4, as a user closes it, until the window has gone: on a busy machine the window manager
+# may not have given it the focus yet, and the keys then go nowhere. A second close is harmless.
 close_window() {
-  local id
-  id=$(xdotool search --onlyvisible --name '^Kestravine$' | head -n 1)
-  xdotool windowfocus --sync "$id" 2>/dev/null || true
-  xdotool key --clearmodifiers alt+F4
+  local id i
+  for i in $(seq 1 40); do
+    id=$(xdotool search --onlyvisible --name '^Kestravine$' | head -n 1) || return 0
+    [[ -n $id ]] || return 0
+    xdotool windowactivate --sync "$id" 2>/dev/null || true
+    xdotool key --clearmodifiers alt+F4
+    sleep 0.5
+  done
+  die "the window did not close"
 }
 
 # 1. Closed, or sent TERM, INT or HUP, once the demo install has started: the window goes at
@@ -77,8 +84,9 @@ for how in close TERM INT HUP; do
   if [[ $how == close ]]; then
     # The launcher's own icon, and the class its desktop entry names, also from a build tree.
     id=$(xdotool search --onlyvisible --name '^Kestravine$' | head -n 1)
-    xprop -id "$id" _NET_WM_ICON | head -n 1 | grep -q 'Icon (' || die "the window has no icon"
-    xprop -id "$id" WM_CLASS | grep -q '"kestravine-launcher"' || die "unexpected WM_CLASS"
+    # Whole outputs, not pipes into grep -q: with pipefail, a writer cut off early fails too.
+    [[ $(xprop -id "$id" _NET_WM_ICON) == *'Icon ('* ]] || die "the window has no icon"
+    [[ $(xprop -id "$id" WM_CLASS) == *'"kestravine-launcher"'* ]] || die "unexpected WM_CLASS"
   fi
   wait_until test -e "$home/.install.lock"
   if [[ $how == close ]]; then close_window; else kill -s "$how" "$pid"; fi
@@ -114,7 +122,7 @@ wait_until test -s "$tmp/script.pid"
 script=$(cat "$tmp/script.pid")
 wait_until window_shown
 id=$(xdotool search --onlyvisible --name '^Kestravine$' | head -n 1)
-xdotool windowfocus --sync "$id" 2>/dev/null || true
+xdotool windowactivate --sync "$id" || die "the window could not be activated"
 xdotool key --clearmodifiers Tab space  # the cancel button
 cancelled=$(date +%s%N)
 wait_until test -s "$tmp/script.term"  # the cancel's SIGTERM reached it, and did not end it
