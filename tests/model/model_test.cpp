@@ -163,8 +163,7 @@ TEST_F(ProbeTest, ProbesUntilTheApplicationAnswersThenOpensAndQuits) {
     fresh();
     writeFile(curlHome + "/.curlrc",
               "proxy = \"http://" + dead + "\"\nconnect-to = \"::" + dead + "\"\n");
-    server::serve(
-        [answers](int n) { return answers[std::min<std::size_t>(n, answers.size()) - 1]; });
+    server::serve([all = answers](int n) { return all[std::min<std::size_t>(n, all.size()) - 1]; });
     if (!variable.empty()) setenv(variable.c_str(), value.c_str(), 1);
     start(true, "exit 0");
     const Delay probingFrom = platform().now();
