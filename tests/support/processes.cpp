@@ -23,8 +23,8 @@ bool hasProgram(const std::filesystem::path& process) {
 // anything: state, parent, ...; empty once the process is gone.
 std::string statFields(pid_t pid) {
   const std::string stat = readFile("/proc/" + std::to_string(pid) + "/stat");
-  const auto close = stat.rfind(')');
-  return close == std::string::npos || close + 2 >= stat.size() ? "" : stat.substr(close + 2);
+  const auto name = stat.rfind(')');
+  return name == std::string::npos || name + 2 >= stat.size() ? "" : stat.substr(name + 2);
 }
 
 // The live processes of the machine, this program left out.
