@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <thread>
 
+#include "process/process_identity.h"
 #include "support/test_platform.h"
 
 namespace kestravine::testing {
@@ -78,8 +79,8 @@ std::vector<pid_t> markedProcesses() {
 std::vector<pid_t> children() {
   std::vector<pid_t> found;
   for (pid_t pid : otherProcesses()) {
-    const std::string fields = statFields(pid);  // "<state> <parent> ..."
-    if (fields.size() > 2 && std::atoi(fields.c_str() + 2) == getpid()) found.push_back(pid);
+    const auto identity = ProcessIdentity::of(pid);
+    if (identity && identity->parent == getpid()) found.push_back(pid);
   }
   return found;
 }
