@@ -127,6 +127,7 @@ TEST_F(ModelTest, ServiceStartRunsTheProductsNpmInALoginShellThenProbes) {
   EXPECT_EQ(readFile(record() + "/profile"), "profile\n");
   // Every bash the profile files start reads BASH_ENV too, as it would without the launcher.
   EXPECT_EQ(readFile(record() + "/own-env-ran"), "ran\n");
+  ASSERT_TRUE(platform().runUntil([&] { return model->lines().size() == 2; }));  // any order
   EXPECT_THAT(model->lines(), ElementsAre("one", "two"));
   EXPECT_EQ(server::requests(), 1);
   EXPECT_EQ(quits(), 1);

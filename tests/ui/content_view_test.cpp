@@ -160,6 +160,9 @@ TEST_F(ContentViewTest, DoubleClickOnInstallStartsOneScript) {
 TEST_F(ContentViewTest, ThemeLayoutAndAccessibility) {
   showWithScript("seq 30; exit 3")->click();
   ASSERT_NE(button("再试一次"), nullptr);
+  // Lines may still arrive after the exit: wait for all of them, so that the expanded log
+  // below shows them at once.
+  ASSERT_TRUE(waitFor([&] { return view->model().lines().size() == 30; }));
   auto name = [](QObject* o) {
     return QAccessible::queryAccessibleInterface(o)->text(QAccessible::Name);
   };
