@@ -39,7 +39,7 @@ class CancelTest : public ModelTest {
 TEST_F(CancelTest, CancelStopsTheTreeAndItsLateExitStartsNothing) {
   for (bool install : {true, false}) {
     fresh();
-    start(install, "echo started; exec " + helper("tree t tn/tn"), 6);
+    start(install, "echo started; exec '" TEST_HELPER "' tree t tn/tn", 6);
     std::vector<Field> seen;
     model->addListener([&](Field f) { seen.push_back(f); });
     model->cancel();
@@ -81,7 +81,7 @@ TEST_F(CancelTest, LateExitOfACancelledRunDisturbsNeitherTheRetryNorTheNewRun) {
 // A cancel, retry and quick install that succeeds: the launcher ends only once the SIGKILL of
 // the cancelled tree, due 10 s after the cancel, has been sent.
 TEST_F(CancelTest, QuittingWaitsForAPendingKill) {
-  start(true, "echo started; exec " + helper("tree t ''"), 2);
+  start(true, "echo started; exec '" TEST_HELPER "' tree t ''", 2);
   const Delay cancelledAt = platform().now();
   model->cancel();
   model->retry();
@@ -129,7 +129,7 @@ TEST_F(CancelTest, ClosedWindowWithNothingRunningIsDoneAtOnceUnlessAKillIsDue) {
     server::serve([](int) { return 503; });
     if (state == "ready") model->check();
     if (state == "probing") start(true, "exit 0");
-    if (state == "kill due") start(true, "echo started; exec " + helper("tree t ''"), 2);
+    if (state == "kill due") start(true, "echo started; exec '" TEST_HELPER "' tree t ''", 2);
     if (state == "kill due") model->cancel();
     close();
     EXPECT_FALSE(closed);

@@ -78,9 +78,6 @@ class ModelTest : public ::testing::Test {
     ASSERT_TRUE(platform().runUntil(
         [&] { return lines ? model->lines().size() >= lines : !model->canCancel(); }));
   }
-  static std::string helper(const std::string& args) {
-    return std::string("'") + TEST_HELPER + "' " + args;
-  }
 
   // Runs the flow until the launcher quits or fails, moving the virtual clock only when a timer
   // of the main queue is all that can move it on. False if that does not happen in real time.

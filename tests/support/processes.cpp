@@ -7,7 +7,6 @@
 #include <filesystem>
 #include <thread>
 
-#include "process/process_identity.h"
 #include "support/test_platform.h"
 
 namespace kestravine::testing {
@@ -18,14 +17,6 @@ namespace {
 bool hasProgram(const std::filesystem::path& process) {
   std::error_code error;
   return !std::filesystem::read_symlink(process / "exe", error).empty();
-}
-
-// The fields of /proc/<pid>/stat after the command name, which is in parentheses and may hold
-// anything: state, parent, ...; empty once the process is gone.
-std::string statFields(pid_t pid) {
-  const std::string stat = readFile("/proc/" + std::to_string(pid) + "/stat");
-  const auto name = stat.rfind(')');
-  return name == std::string::npos || name + 2 >= stat.size() ? "" : stat.substr(name + 2);
 }
 
 // The live processes of the machine, this program left out.
@@ -58,8 +49,10 @@ std::string readFile(const std::string& path) {
 }
 
 bool isGone(pid_t pid) {
-  const std::string fields = statFields(pid);
-  return fields.empty() || fields[0] == 'Z';
+  // The state follows the command name, which is in parentheses and may hold anything.
+  const std::string stat = readFile("/proc/" + std::to_string(pid) + "/stat");
+  const auto name = stat.rfind(')');
+  return name == std::string::npos || name + 2 >= stat.size() || stat[name + 2] == 'Z';
 }
 
 std::vector<pid_t> markedProcesses() {
@@ -76,22 +69,18 @@ std::vector<pid_t> markedProcesses() {
   return found;
 }
 
-std::vector<pid_t> children() {
-  std::vector<pid_t> found;
-  for (pid_t pid : otherProcesses()) {
-    const auto identity = ProcessIdentity::of(pid);
-    if (identity && identity->parent == getpid()) found.push_back(pid);
+bool eventually(const std::function<bool()>& done) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (!done() && std::chrono::steady_clock::now() < deadline) {
+    platform().runUntil([] { return true; });
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
-  return found;
+  return done();
 }
 
 std::string waitForNoMarkedProcess() {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
   std::vector<pid_t> left;
-  while (!(left = markedProcesses()).empty() && std::chrono::steady_clock::now() < deadline) {
-    platform().runUntil([] { return true; });  // exit reports may be waiting to be reaped
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
+  eventually([&] { return (left = markedProcesses()).empty(); });
   std::string names;
   for (pid_t pid : left)
     names += " " + std::to_string(pid) + ":" +

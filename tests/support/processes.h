@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -14,12 +15,12 @@ inline constexpr const char* kMark = "KESTRAVINE_TEST_MARK";
 std::string readFile(const std::string& path);
 // Live (not zombie) processes carrying this program's mark, the program itself left out.
 std::vector<pid_t> markedProcesses();
-// Waits, at most 10 s of real time, until no marked process is left; returns what is left, as
-// "pid:command" words.
+// Polls `done`, at most 10 s of real time, running the main queue meanwhile (exit reports may
+// be waiting to be reaped); returns what it last returned. For what the kernel finishes
+// asynchronously, such as a killed process vanishing.
+bool eventually(const std::function<bool()>& done);
+// Waits until no marked process is left; returns what is left, as "pid:command" words.
 std::string waitForNoMarkedProcess();
-// Live processes whose parent is this program: the commands it started, not what they started
-// (a starting script's own commands come and go at their pace).
-std::vector<pid_t> children();
 // True when no live process has this pid (gone, or a zombie awaiting its reaper).
 bool isGone(pid_t pid);
 
