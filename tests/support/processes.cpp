@@ -19,18 +19,6 @@ bool hasProgram(const std::filesystem::path& process) {
   return !std::filesystem::read_symlink(process / "exe", error).empty();
 }
 
-// The live processes of the machine, this program left out.
-std::vector<pid_t> otherProcesses() {
-  std::vector<pid_t> found;
-  std::error_code error;  // processes come and go while /proc is read
-  for (std::filesystem::directory_iterator it("/proc", error), end; !error && it != end;
-       it.increment(error)) {
-    const pid_t pid = std::atoi(it->path().filename().c_str());
-    if (pid > 0 && pid != getpid() && !isGone(pid)) found.push_back(pid);
-  }
-  return found;
-}
-
 }  // namespace
 
 std::string readFile(const std::string& path) {
@@ -58,12 +46,15 @@ bool isGone(pid_t pid) {
 std::vector<pid_t> markedProcesses() {
   const std::string mark = '\0' + std::string(kMark) + "=" + std::to_string(getpid()) + '\0';
   std::vector<pid_t> found;
-  for (pid_t pid : otherProcesses()) {
-    const std::filesystem::path process = "/proc/" + std::to_string(pid);
+  std::error_code error;  // processes come and go while /proc is read
+  for (std::filesystem::directory_iterator it("/proc", error), end; !error && it != end;
+       it.increment(error)) {
+    const pid_t pid = std::atoi(it->path().filename().c_str());
+    if (pid <= 0 || pid == getpid() || isGone(pid)) continue;
     // Empty while a process is between two programs (an exec under way): read again.
-    std::string environ = readFile(process / "environ");
-    for (int i = 0; i < 1000 && environ.empty() && hasProgram(process) && !isGone(pid); ++i)
-      environ = readFile(process / "environ");
+    std::string environ = readFile(it->path() / "environ");
+    for (int i = 0; i < 1000 && environ.empty() && hasProgram(it->path()) && !isGone(pid); ++i)
+      environ = readFile(it->path() / "environ");
     if (('\0' + environ).find(mark) != std::string::npos) found.push_back(pid);
   }
   return found;
