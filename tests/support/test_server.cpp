@@ -2,9 +2,9 @@
 
 #include <httplib.h>
 
-#include <cstdio>
 #include <mutex>
 #include <random>
+#include <stdexcept>
 #include <thread>
 
 namespace kestravine::testing::server {
@@ -35,10 +35,7 @@ State& state() {
       const int port = 5199 + static_cast<int>(random() % 20000);
       if (s.http.bind_to_port("127.0.0.1", port)) s.port = port;
     }
-    if (s.port == 0) {
-      std::fputs("no free port between 5199 and 25198\n", stderr);
-      std::abort();
-    }
+    if (s.port == 0) throw std::runtime_error("no free port between 5199 and 25198");
     std::thread([&s] { s.http.listen_after_bind(); }).detach();
     return s;
   }();
