@@ -164,7 +164,8 @@ TEST(ChildCancel, StopsTheWholeTreeTrapsAndOrphansIncluded) {
     bool killed = false;  // what waits for the pending SIGKILL
     Child::afterPendingKills([&] { killed = true; });
     ASSERT_TRUE(run.waitFor(after, false));
-    EXPECT_TRUE(eventually([&] { return std::ranges::all_of(run.pids('n'), isGone); }));
+    EXPECT_TRUE(eventually([&] { return std::ranges::all_of(run.pids('n'), isGone); }))
+        << disposition;
     for (pid_t pid : run.pids('t')) EXPECT_FALSE(isGone(pid)) << disposition;
     platform().advance(std::chrono::milliseconds(9999));  // runs what is due, and drains
     EXPECT_FALSE(killed);

@@ -61,12 +61,14 @@ std::vector<pid_t> markedProcesses() {
 }
 
 bool eventually(const std::function<bool()>& done) {
+  // Asked once per round: what held may not hold a moment later (a script's own commands come
+  // and go), and the answer must be the one that ended the wait.
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  while (!done() && std::chrono::steady_clock::now() < deadline) {
+  for (bool last = done();; last = done()) {
+    if (last || std::chrono::steady_clock::now() >= deadline) return last;
     platform().runUntil([] { return true; });
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
-  return done();
 }
 
 std::string waitForNoMarkedProcess() {

@@ -15,9 +15,9 @@ inline constexpr const char* kMark = "KESTRAVINE_TEST_MARK";
 std::string readFile(const std::string& path);
 // Live (not zombie) processes carrying this program's mark, the program itself left out.
 std::vector<pid_t> markedProcesses();
-// Polls `done`, at most 10 s of real time, running the main queue meanwhile (exit reports may
-// be waiting to be reaped); returns what it last returned. For what the kernel finishes
-// asynchronously, such as a killed process vanishing.
+// Polls `done` until it holds, at most 10 s of real time, running the main queue meanwhile (exit
+// reports may be waiting to be reaped); returns what it last returned. For what the kernel
+// finishes asynchronously, such as a killed process vanishing.
 bool eventually(const std::function<bool()>& done);
 // Waits until no marked process is left; returns what is left, as "pid:command" words.
 std::string waitForNoMarkedProcess();
