@@ -204,6 +204,10 @@ TEST_F(ModelEnvOddValues, ValuesPassAsSetAndTheProbeOfTheBasePortGivesUp) {
   for (const char* variable :
        {"KESTRAVINE_HOME=", "ZORVEL_PORT_OFFSET=0", "KESTRAVINE_SKIP_ATTEST=yes please"})
     EXPECT_THAT(env, HasSubstr("\n" + std::string(variable) + "\n"));
+
+  fresh();  // the service start too gets the offset the launcher uses, not the one it was given
+  start(false, "echo $ZORVEL_PORT_OFFSET > '" + record() + "/offset'");
+  EXPECT_EQ(readFile(record() + "/offset"), "0\n");
 }
 
 // KESTRAVINE_HOME holds blanks, quotes and a command substitution; KESTRAVINE_NO_OPEN is "1".
