@@ -34,8 +34,9 @@ class Child {
   // Starts `program` (a path, used as given) with `args` (without the program name), in `cwd`
   // or the launcher's own working directory. The environment is the launcher's, PATH set to
   // <product home>/node/bin:<launcher PATH or /usr/bin:/bin:/usr/sbin:/sbin>, then `extraEnv`
-  // laid over it. stdin is inherited. Lines arrive in output order, a line longer than the
-  // splitter's cap cut there and ending in "…"; the exit status (exit code,
+  // laid over it, and a mark of this command's own (KESTRAVINE_STEP) that everything it starts
+  // inherits. stdin is /dev/null, and the command leads a session of its own. Lines arrive in
+  // output order, as LineSplitter gives them; the exit status (exit code,
   // or the number of the ending signal) arrives once, in no fixed order with the lines, and
   // lines keep coming for as long as any process holding the output keeps writing. A launch
   // that fails gives exactly the line "起不来：" + program, then exit status 127.
@@ -44,12 +45,14 @@ class Child {
              std::optional<std::string> cwd, std::map<std::string, std::string> extraEnv,
              std::function<void(std::string)> onLine, std::function<void(std::int32_t)> onExit);
 
-  // Sends SIGTERM to every descendant of the command and then to the command, and 10 seconds
-  // later SIGKILL to whatever then descends from it, to every process that got the SIGTERM and
-  // is still the same process (whoever its parent is by then), and to the command. Does nothing
-  // to a command that never started or has ended; a recycled pid is never signalled. A process
-  // that detached itself before the cancel is not a descendant and is left alone. Suppresses no
-  // line and no exit report. Blocks while "/bin/ps" lists the processes.
+  // Sends SIGTERM to every descendant of the command, to every other process that carries its
+  // mark (a server that detached itself, whoever its parent now is), then to the command; and 10
+  // seconds later SIGKILL to whatever then descends from it or carries the mark, to every
+  // process that got the SIGTERM and is still the same process, and to the command. Each process
+  // is signalled through its identity, so a recycled pid is never signalled. Once the command has
+  // been reaped, only what carries the mark is. Processes of other commands are never signalled.
+  // Suppresses no line and no exit report. Blocks while "/bin/ps" lists the processes and /proc
+  // is searched for the mark.
   void cancel();
 
   // Runs `task` on the main queue once every SIGKILL follow-up scheduled by a cancel, of any

@@ -16,18 +16,21 @@
 
 #include "env/ctx.h"
 #include "env/environment.h"
-#include "env/plain.h"
 #include "platform/platform.h"
 #include "process/line_splitter.h"
 #include "process/process_identity.h"
 #include "process/process_listing.h"
 #include "process/spawn.h"
+#include "process/step_mark.h"
 
 namespace kestravine {
 
 namespace {
 
 constexpr auto kKillDelay = std::chrono::seconds(10);
+// Listings of the step's processes in one SIGKILL follow-up, at most: each finds only what the
+// last one's processes started before they were killed.
+constexpr int kMaxKillRounds = 10;
 constexpr std::size_t kChunkSize = 64 * 1024;
 // Lines waiting on the main queue, in bytes (text plus a task's bookkeeping). Past this the
 // reader stops reading, so the pipe fills and a flooding command waits for the window, as it
@@ -36,8 +39,6 @@ constexpr std::size_t kMaxPendingBytes = 1 << 20;
 constexpr std::size_t kLineOverhead = 8;
 // How long one delivery task hands lines to the main thread before it lets others run.
 constexpr auto kSlice = std::chrono::milliseconds(2);
-// Ends a line that was cut at the splitter's cap.
-constexpr const char* kCutMark = "\u2026";
 
 // Kill follow-ups scheduled and not yet carried out, process-wide, and who waits for none to
 // be left. The launcher does not end before they have run.
@@ -152,10 +153,7 @@ class LineDelivery {
 void readOutput(int fd, std::shared_ptr<LineDelivery> delivery) {
   LineSplitter splitter;
   Batch lines;
-  const LineSplitter::LineSink collect = [&lines](std::string_view raw, bool cut) {
-    std::string line = plain(raw);
-    if (cut) line += kCutMark;
-    if (line.empty()) return;
+  const LineSplitter::LineSink collect = [&lines](std::string_view line) {
     lines.text += line;
     lines.ends.push_back(lines.text.size());
   };
@@ -172,59 +170,91 @@ void readOutput(int fd, std::shared_ptr<LineDelivery> delivery) {
   close(fd);
 }
 
-std::vector<std::string> composeEnvironment(std::map<std::string, std::string> extraEnv) {
+std::vector<std::string> composeEnvironment(std::map<std::string, std::string> extraEnv,
+                                            const StepMark& mark) {
   std::map<std::string, std::string> env = processEnvironment();
   auto path = env.find("PATH");
   env["PATH"] = Ctx::kestravineHome() + "/node/bin" + ":" +
                 (path != env.end() ? path->second : "/usr/bin:/bin:/usr/sbin:/sbin");
   for (auto& [name, value] : extraEnv) env.insert_or_assign(name, std::move(value));
   std::vector<std::string> entries;
-  entries.reserve(env.size());
+  entries.reserve(env.size() + 1);
+  env.erase(std::string(StepMark::kVariable));
   for (const auto& [name, value] : env) entries.push_back(name + "=" + value);
+  entries.push_back(mark.entry());
   return entries;
 }
 
 }  // namespace
 
-// What the exit watcher and the kill follow-up share with the Child: the pid, and whether it
-// has been reaped. `reapMutex` is held while the pid is signalled and while it is reaped, so a
-// signal can only reach the child itself or its unreaped zombie, never a recycled number.
+// What the exit watcher and the kill follow-up share with the Child: the pid, whether it has
+// been reaped, and the step's mark. `reapMutex` is held while the pid is signalled and while it
+// is reaped, so a signal can only reach the child itself or its unreaped zombie, never a
+// recycled number.
 struct Child::Process {
   pid_t pid = -1;
+  StepMark mark = StepMark::fresh();
   std::mutex reapMutex;
   bool reaped = false;  // guarded by reapMutex
 
-  // The SIGTERM round: every current descendant (last listed first), then the process. Returns
-  // who got it; nothing is sent once the process has been reaped, since its former descendants
-  // then belong to others.
+  // The SIGTERM round: every current descendant (last listed first), every other process that
+  // carries the step's mark (detached servers), then the command. Returns who got it; none if
+  // there is nothing to follow up: the command has been reaped (its former descendants belong to
+  // others then) and nothing carries the mark.
   std::optional<std::vector<ProcessIdentity>> terminate() {
     std::lock_guard lock(reapMutex);
-    if (reaped) return std::nullopt;
-    const std::vector<pid_t> tree = Child::descendants(pid);
-    const std::set<pid_t> members(tree.begin(), tree.end());
-    std::vector<ProcessIdentity> signalled;
-    std::for_each(tree.rbegin(), tree.rend(), [&](pid_t p) {
-      // Read before the signal and sent through it, so the identity names the process that got
-      // it; a pid whose parent is not in the tree was given to another process since the listing.
-      auto identity = ProcessIdentity::of(p);
-      if (!identity || (identity->parent != pid && !members.contains(identity->parent))) return;
-      if (identity->signal(SIGTERM)) signalled.push_back(*identity);
-    });
+    std::vector<ProcessIdentity> signalled =
+        reaped ? std::vector<ProcessIdentity>{} : signalTree(SIGTERM);
+    const std::set<ProcessIdentity> tree(signalled.begin(), signalled.end());
+    for (const auto& carrier : mark.carriers()) {
+      if (!isCommand(carrier) && !tree.contains(carrier) && carrier.signal(SIGTERM))
+        signalled.push_back(carrier);
+    }
+    if (reaped) return signalled.empty() ? std::nullopt : std::optional(std::move(signalled));
     ::kill(pid, SIGTERM);
     return signalled;
   }
 
-  // The SIGKILL follow-up: whatever descends from the process now (a fresh listing: a TERM trap
-  // may have started more), then everything that got the SIGTERM round and still lives, also
-  // when its parent has died and it has been handed to another, then the process.
+  // The SIGKILL follow-up: whatever descends from the command now (a fresh listing: a TERM trap
+  // may have started more), everything that got the SIGTERM round and still lives, also when
+  // its parent has died and it has been handed to another, whatever carries the mark now, then
+  // the command.
   void kill(const std::vector<ProcessIdentity>& terminated) {
     std::lock_guard lock(reapMutex);
-    if (!reaped) {
-      std::vector<pid_t> tree = Child::descendants(pid);
-      std::for_each(tree.rbegin(), tree.rend(), [](pid_t p) { ::kill(p, SIGKILL); });
-    }
+    if (!reaped) signalTree(SIGKILL);
     for (const auto& identity : terminated) identity.signal(SIGKILL);
+    // A carrier may have started another between the listing and its end; list again until a
+    // listing finds none not yet killed (a killed process cannot start more).
+    std::set<ProcessIdentity> killed(terminated.begin(), terminated.end());
+    for (int round = 0; round < kMaxKillRounds; ++round) {
+      bool more = false;
+      for (const auto& carrier : mark.carriers()) {
+        if (isCommand(carrier)) continue;  // it comes last
+        if (killed.insert(carrier).second && carrier.signal(SIGKILL)) more = true;
+      }
+      if (!more) break;
+    }
     if (!reaped) ::kill(pid, SIGKILL);
+  }
+
+  // The command carries the mark too, but is signalled last and by its pid, which stays its own
+  // until it is reaped.
+  bool isCommand(const ProcessIdentity& process) const { return !reaped && process.pid == pid; }
+
+  // Sends `signal` to every process that descends from the command now, last listed first, each
+  // through its identity: a pid whose parent is not in the tree was given to another process
+  // since the listing, and the identity cannot reach a process that took the pid after it was
+  // read. Returns who got it. Only while the command is unreaped, so `pid` is still its own.
+  std::vector<ProcessIdentity> signalTree(int signal) const {
+    const std::vector<pid_t> tree = Child::descendants(pid);
+    const std::set<pid_t> members(tree.begin(), tree.end());
+    std::vector<ProcessIdentity> signalled;
+    std::for_each(tree.rbegin(), tree.rend(), [&](pid_t p) {
+      auto identity = ProcessIdentity::of(p);
+      if (!identity || (identity->parent != pid && !members.contains(identity->parent))) return;
+      if (identity->signal(signal)) signalled.push_back(*identity);
+    });
+    return signalled;
   }
 
   static void watchExit(std::shared_ptr<Process> self, std::function<void(std::int32_t)> onExit) {
@@ -254,8 +284,8 @@ void Child::start(const std::string& program, const std::vector<std::string>& ar
   int fds[2];
   pid_t pid = -1;
   if (pipe2(fds, O_CLOEXEC) == 0) {
-    pid = spawnProcess(
-              {program, args, std::move(cwd), composeEnvironment(std::move(extraEnv)), fds[1]})
+    pid = spawnProcess({program, args, std::move(cwd),
+                        composeEnvironment(std::move(extraEnv), proc_->mark), fds[1]})
               .pid;
     // Only the child (and what it starts) may hold the write end, so the reader sees the end
     // of the output when they are done with it.

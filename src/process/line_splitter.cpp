@@ -1,10 +1,13 @@
 #include "process/line_splitter.h"
 
-#include "env/utf8.h"
+#include "env/plain.h"
 
 namespace kestravine {
 
 namespace {
+
+// Ends a stretch that was cut at the cap.
+constexpr std::string_view kCutMark = "\u2026";
 
 bool startsCodePoint(char byte) {
   return (static_cast<unsigned char>(byte) & 0xC0) != 0x80;
@@ -14,33 +17,31 @@ bool startsCodePoint(char byte) {
 
 void LineSplitter::feed(std::string_view chunk, const LineSink& sink) {
   decoded_.clear();
-  appendUtf8Replacing(decoded_, chunk);
+  decoder_.decode(decoded_, chunk);
   std::string_view rest = decoded_;
   while (!rest.empty()) {
     const std::size_t lf = rest.find('\n');
-    if (lf == std::string_view::npos) {
-      take(rest);
-      return;
+    std::string_view line = rest.substr(0, lf);
+    for (std::size_t cr = line.find('\r'); cr != std::string_view::npos; cr = line.find('\r')) {
+      take(line.substr(0, cr));
+      endStretch();
+      line.remove_prefix(cr + 1);
     }
-    const bool crLf = lf > 0 ? rest[lf - 1] == '\r' : afterCr_;
-    if (crLf) {  // one character, no line end: the LF stays in the line
-      take(rest.substr(0, lf + 1));
-    } else {
-      take(rest.substr(0, lf));
-      deliver(sink);
-    }
+    take(line);
+    if (lf == std::string_view::npos) return;
+    endLine(sink);
     rest.remove_prefix(lf + 1);
   }
 }
 
 void LineSplitter::finish(const LineSink& sink) {
-  if (!line_.empty()) deliver(sink);
-  afterCr_ = false;
+  decoded_.clear();
+  decoder_.finish(decoded_);
+  take(decoded_);
+  endLine(sink);
 }
 
 void LineSplitter::take(std::string_view text) {
-  if (text.empty()) return;
-  afterCr_ = text.back() == '\r';
   if (cut_) return;
   std::size_t end = 0;
   for (; end < text.size(); ++end) {
@@ -49,17 +50,35 @@ void LineSplitter::take(std::string_view text) {
       break;
     }
   }
-  line_.append(text.substr(0, end));
+  stretch_.append(text.substr(0, end));
 }
 
-void LineSplitter::deliver(const LineSink& sink) {
-  sink(line_, cut_);
-  line_.clear();
-  // A cut line's buffer had grown to the cap; give that memory back.
-  if (cut_) line_.shrink_to_fit();
+std::string LineSplitter::shown() const {
+  std::string text = plain(stretch_);
+  if (cut_) text += kCutMark;
+  return text;
+}
+
+void LineSplitter::endStretch() {
+  if (std::string text = shown(); !text.empty()) previous_ = std::move(text);
+  clearStretch();
+}
+
+void LineSplitter::endLine(const LineSink& sink) {
+  std::string text = shown();
+  if (text.empty()) text = std::move(previous_);
+  if (!text.empty()) sink(text);
+  previous_.clear();
+  previous_.shrink_to_fit();
+  clearStretch();
+}
+
+void LineSplitter::clearStretch() {
+  stretch_.clear();
+  // A cut stretch's buffer had grown to the cap; give that memory back.
+  if (cut_) stretch_.shrink_to_fit();
   characters_ = 0;
   cut_ = false;
-  afterCr_ = false;
 }
 
 }  // namespace kestravine

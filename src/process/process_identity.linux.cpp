@@ -1,16 +1,14 @@
 #include "process/process_identity.h"
 
-#include <fcntl.h>
 #include <signal.h>
-#include <sys/syscall.h>
-#include <sys/types.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <string>
 
 #include "env/decimal.h"
+#include "process/proc_directory.h"
+#include "process/system_calls.h"
 
 namespace kestravine {
 
@@ -18,20 +16,6 @@ namespace {
 
 constexpr int kParentField = 4;
 constexpr int kStartTimeField = 22;
-
-std::string readStat(pid_t pid) {
-  const std::string path = "/proc/" + std::to_string(pid) + "/stat";
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return {};
-  std::string text(1024, '\0');
-  ssize_t n = 0;
-  do {
-    n = ::read(fd, text.data(), text.size());
-  } while (n < 0 && errno == EINTR);
-  ::close(fd);
-  text.resize(n > 0 ? static_cast<std::size_t>(n) : 0);
-  return text;
-}
 
 }  // namespace
 
@@ -57,21 +41,24 @@ std::optional<ProcessIdentity> ProcessIdentity::fromStat(pid_t pid, std::string_
   }
 }
 
+std::optional<ProcessIdentity> ProcessIdentity::of(const ProcDirectory& dir) {
+  return fromStat(dir.pid(), dir.read("stat"));
+}
+
 std::optional<ProcessIdentity> ProcessIdentity::of(pid_t pid) {
-  if (pid <= 0) return std::nullopt;
-  return fromStat(pid, readStat(pid));
+  const auto dir = ProcDirectory::open(pid);
+  return dir ? of(*dir) : std::nullopt;
 }
 
 bool ProcessIdentity::signal(int signal) const {
   // The pidfd holds on to whatever process has the pid now; if that one still has our start
   // time, it is ours, and the signal cannot reach a successor.
-  // Through syscall(): glibc's own wrappers are not declared for C++ in every version.
-  const auto fd = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
-  if (fd < 0 && errno != ENOSYS) return false;
+  const int fd = system_calls::pidfdOpen(pid);
+  if (fd < 0 && errno == ESRCH) return false;
   const auto now = of(pid);
   const bool same = now && now->startTime == startTime;
-  if (fd < 0) return same && ::kill(pid, signal) == 0;  // a kernel without pidfds: near enough
-  const bool sent = same && ::syscall(SYS_pidfd_send_signal, fd, signal, nullptr, 0) == 0;
+  if (fd < 0) return same && ::kill(pid, signal) == 0;
+  const bool sent = same && system_calls::pidfdSendSignal(fd, signal) == 0;
   ::close(fd);
   return sent;
 }

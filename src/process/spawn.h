@@ -17,9 +17,10 @@ struct SpawnRequest {
   int outputFd = -1;  // becomes the child's stdout and stderr; -1 leaves both inherited
 };
 
-// Starts a process; stdin is inherited. Returns its pid, or the errno of a failed launch (no
-// process then exists). The child gets descriptors 0, 1 and 2 only: every other one is closed
-// in it, inherited ones included. Stateless; any thread.
+// Starts a process reading from /dev/null, as the leader of a session of its own with no
+// controlling terminal. Returns its pid, or the errno of a failed launch (no process then
+// exists). The child gets descriptors 0, 1 and 2 only: every other one is closed in it,
+// inherited ones included. Stateless; any thread.
 struct SpawnResult {
   pid_t pid = -1;
   int error = 0;

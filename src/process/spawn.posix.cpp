@@ -1,5 +1,6 @@
 #include "process/spawn.h"
 
+#include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -49,7 +50,16 @@ SpawnResult spawnProcess(const SpawnRequest& request) {
   sigfillset(&all);
   posix_spawnattr_setsigmask(&a.attr_, &none);
   posix_spawnattr_setsigdefault(&a.attr_, &all);
-  posix_spawnattr_setflags(&a.attr_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+  // A session of its own, without a controlling terminal: a terminal's Ctrl-C or hang-up reaches
+  // the launcher alone, which decides what becomes of the command, and a script that asks the
+  // terminal itself (sudo's password prompt) fails at once with its own message rather than
+  // stopping in the background.
+  posix_spawnattr_setflags(&a.attr_,
+                           POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSID);
+
+  // A question gets the end of its input at once, never the user's terminal or whatever the
+  // desktop session left on the launcher's stdin.
+  posix_spawn_file_actions_addopen(&a.actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
 
   if (request.outputFd >= 0) {
     // dup2 clears close-on-exec on the copies only; the original stays closed in the child.

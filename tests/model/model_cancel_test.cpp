@@ -34,12 +34,15 @@ class CancelTest : public ModelTest {
   bool closed = false;
 };
 
-// Install and service start alike: the whole tree stops (what traps SIGTERM 10 s later), the
-// fields change in their order, the output so far stays, and the late exit starts nothing.
+// Install and service start alike: the whole tree stops (what traps SIGTERM 10 s later), and so
+// does the server the script detached; the fields change in their order, the output so far
+// stays, and the late exit starts nothing.
 TEST_F(CancelTest, CancelStopsTheTreeAndItsLateExitStartsNothing) {
   for (bool install : {true, false}) {
     fresh();
-    start(install, "echo started; exec '" TEST_HELPER "' tree t tn/tn", 6);
+    start(install,
+          "echo started; setsid -f '" TEST_HELPER "' tree t; exec '" TEST_HELPER "' tree t tn/tn",
+          7);
     std::vector<Field> seen;
     model->addListener([&](Field f) { seen.push_back(f); });
     model->cancel();

@@ -2,9 +2,12 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <filesystem>
+#include <set>
 
 #include "env/ctx.h"
 #include "support/processes.h"
@@ -40,11 +43,20 @@ struct Command {
     return platform().runUntil(
         [&] { return got->lines.size() >= lines && (!exit || !got->exits.empty()); });
   }
+  // The ports the detached servers of a helper tree listen on ("port N").
+  std::vector<int> ports() const {
+    std::vector<int> ports;
+    for (const auto& line : got->lines) {
+      if (line.starts_with("port ")) ports.push_back(std::atoi(&line[5]));
+    }
+    return ports;
+  }
   // The pids a helper tree printed ("pid N d"), of one disposition or of all.
   std::vector<pid_t> pids(char disposition = 0) const {
     std::vector<pid_t> pids;
     for (const auto& line : got->lines) {
-      if (disposition == 0 || line.back() == disposition) pids.push_back(std::atoi(&line[4]));
+      if (line.starts_with("pid ") && (disposition == 0 || line.back() == disposition))
+        pids.push_back(std::atoi(&line[4]));
     }
     return pids;
   }
@@ -59,7 +71,7 @@ TEST(Child, DeliversCleanedNonEmptyLinesAndTheExitStatus) {
   const std::tuple<std::string, std::string, Lines, std::int32_t> table[] = {
       {"a\\n\\n   \\nb", "exit 0", {"a", "b"}, 0},  // empty and blank lines dropped
       {"only line", "exit 0", {"only line"}, 0},
-      {"x\\r\\ny\\n", "exit 0", {"x\r\ny"}, 0},
+      {"x\\r\\n 10%%\\r100%%\\r\\n", "exit 0", {"x", "100%"}, 0},  // as a terminal shows
       {"", "exit 3", {}, 3},
       {"  \\e[32mok\\e[0m  \\n", "echo err >&2; exit 1", {"ok", "err"}, 1},
       {"\\xff\\xfeA\\n", "exit 0", {"\ufffd\ufffdA"}, 0},
@@ -76,6 +88,7 @@ TEST(Child, DeliversCleanedNonEmptyLinesAndTheExitStatus) {
     EXPECT_EQ(run.got->lines, expected);
     EXPECT_THAT(run.got->exits, ElementsAre(status)) << end;
     EXPECT_TRUE(run.child->isRunning());
+    ASSERT_TRUE(waitForNoMarkedProcess().empty());  // nothing carries the command's mark now
     const std::size_t timers = platform().pendingTimers();
     run.child->cancel();
     Child().cancel();  // never started
@@ -118,44 +131,86 @@ TEST(Child, FloodsArriveWholeInOrder) {
   EXPECT_EQ(firstWrong, -1);
 }
 
-// The launcher's environment, the product's node first on PATH, extra variables laid over it;
-// the working directory given or the launcher's; only the three standard descriptors, even of
-// those the launcher inherited from whoever started it, which are not close-on-exec.
-TEST(Child, ComposesEnvironmentDirectoryAndDescriptors) {
+// The launcher's environment, the product's node first on PATH, extra variables laid over it,
+// a step mark of each command's own; the working directory given or the launcher's; only the
+// three standard descriptors, even of those the launcher inherited from whoever started it,
+// which are not close-on-exec; input from /dev/null, whatever the launcher's own stdin holds;
+// a session of its own, so a terminal's Ctrl-C reaches the launcher alone.
+TEST(Child, ComposesEnvironmentDirectoryDescriptorsInputAndSession) {
   const std::string node = Ctx::kestravineHome() + "/node/bin:";
   const std::string own = std::getenv("PATH");
   const std::string home = std::getenv("HOME");
   const std::string cwd = std::filesystem::current_path();
   const int inherited[] = {dup2(STDIN_FILENO, 9), fcntl(STDIN_FILENO, F_DUPFD, 200)};
-  const std::string report = "printf '%s\\n' \"$PATH\" \"$HOME\" \"$PWD\"; for fd in 0 1 2 " +
-                             std::to_string(inherited[0]) + " " + std::to_string(inherited[1]) +
-                             "; do [ -e /proc/$$/fd/$fd ] && printf '%s ' $fd; done";
+  // The launcher's stdin holds an answer, as a terminal would.
+  int answer[2];
+  ASSERT_EQ(pipe(answer), 0);
+  ASSERT_EQ(write(answer[1], "yes\n", 4), 4);
+  const int stdinBefore = dup(STDIN_FILENO);
+  dup2(answer[0], STDIN_FILENO);
+  const std::string report =
+      "printf '%s\\n' \"$PATH\" \"$HOME\" \"$PWD\"; for fd in 0 1 2 " +
+      std::to_string(inherited[0]) + " " + std::to_string(inherited[1]) +
+      "; do [ -e /proc/$$/fd/$fd ] && printf '%s ' $fd; done; echo; read -r a; echo \"read $? $a\";"
+      " read -r -a stat < /proc/$$/stat; [ \"${stat[4]} ${stat[5]}\" = \"$$ $$\" ] && echo leader;"
+      " printf '%s\\n' \"$KESTRAVINE_STEP\"";
   using Env = std::map<std::string, std::string>;
   const std::tuple<std::optional<std::string>, Env, std::optional<std::string>, Lines> table[] = {
-      {own, {}, {}, {node + own, home, cwd, "0 1 2"}},
-      {own, {{"PATH", "/only"}, {"HOME", "/else"}}, "/tmp", {"/only", "/else", "/tmp", "0 1 2"}},
-      {"", {}, {}, {node, home, cwd, "0 1 2"}},
-      {{}, {}, {}, {node + "/usr/bin:/bin:/usr/sbin:/sbin", home, cwd, "0 1 2"}},
+      {own, {}, {}, {node + own, home, cwd, "0 1 2", "read 1", "leader"}},
+      {own,
+       {{"PATH", "/only"}, {"HOME", "/else"}, {"KESTRAVINE_STEP", "x"}},
+       "/tmp",
+       {"/only", "/else", "/tmp", "0 1 2", "read 1", "leader"}},
+      {"", {}, {}, {node, home, cwd, "0 1 2", "read 1", "leader"}},
+      {{},
+       {},
+       {},
+       {node + "/usr/bin:/bin:/usr/sbin:/sbin", home, cwd, "0 1 2", "read 1", "leader"}},
   };
+  std::set<std::string> marks;
   for (const auto& [path, extra, dir, expected] : table) {
     path ? setenv("PATH", path->c_str(), 1) : unsetenv("PATH");
+    setenv("KESTRAVINE_STEP", "inherited", 1);
     Command run("/bin/bash", {"-c", report}, dir, extra);
     setenv("PATH", own.c_str(), 1);
-    ASSERT_TRUE(run.waitFor(4));
-    EXPECT_EQ(run.got->lines, expected);
+    ASSERT_TRUE(run.waitFor(7));
+    EXPECT_EQ(Lines(run.got->lines.begin(), run.got->lines.end() - 1), expected);
+    marks.insert(run.got->lines.back());
   }
-  for (int fd : inherited) close(fd);
+  unsetenv("KESTRAVINE_STEP");
+  dup2(stdinBefore, STDIN_FILENO);
+  for (int fd : {inherited[0], inherited[1], answer[0], answer[1], stdinBefore}) close(fd);
+  EXPECT_EQ(marks.size(), std::size(table));  // each its own, neither inherited nor given
+  EXPECT_FALSE(marks.contains("inherited") || marks.contains("x"));
+}
+
+// Whether a loopback port is free to listen on again.
+bool portIsFree(int port) {
+  const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  address.sin_port = htons(static_cast<std::uint16_t>(port));
+  const bool free = bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+  close(fd);
+  return free;
 }
 
 // Cancel: SIGTERM to the whole tree at once (what does not trap it ends), SIGKILL 10 s later to
 // whatever then descends from the command (a TERM trap may have started more), to what got the
-// SIGTERM even if its parent has died since, and to the command.
-TEST(ChildCancel, StopsTheWholeTreeTrapsAndOrphansIncluded) {
-  // The processes' lines before the cancel, and after it.
+// SIGTERM even if its parent has died since, and to the command. Servers that detached
+// themselves (new session, parent gone) are reached through the step's mark, in both rounds,
+// and their ports are free again.
+TEST(ChildCancel, StopsEverythingTheCommandStartedDetachedServersIncluded) {
+  // The processes' lines before the cancel, and after it; upper case detaches.
   const std::tuple<std::string, std::string, std::size_t, std::size_t, std::int32_t> table[] = {
       {"t", "tn/tn", 5, 5, 9},  // a trapping command with trapping and plain processes below
-      {"n", "t", 2, 2, 15},     // the command ends on SIGTERM; its trapping child is orphaned
-      {"s", "", 1, 2, 9},       // the command's TERM trap starts a process that ignores SIGTERM
+      {"n", "tN", 4, 4, 15},    // a detached server that ends on SIGTERM, beside a trapping child
+      {"t", "S", 3, 4, 9},      // a detached server whose TERM trap starts a process
+      {"t", "T", 3, 3, 9},      // a detached server that ignores SIGTERM
+      // Processes without the mark (their environment shed), known only by their parents:
+      {"n", "x", 2, 2, 15},  // the command ends on SIGTERM; its trapping child is orphaned
+      {"e", "", 1, 2, 9},    // the command's TERM trap starts a process that ignores SIGTERM
   };
   for (const auto& [disposition, shape, size, after, status] : table) {
     Command run(TEST_HELPER, {"tree", disposition, shape});
@@ -165,15 +220,35 @@ TEST(ChildCancel, StopsTheWholeTreeTrapsAndOrphansIncluded) {
     Child::afterPendingKills([&] { killed = true; });
     ASSERT_TRUE(run.waitFor(after, false));
     EXPECT_TRUE(eventually([&] { return std::ranges::all_of(run.pids('n'), isGone); }))
-        << disposition;
-    for (pid_t pid : run.pids('t')) EXPECT_FALSE(isGone(pid)) << disposition;
+        << disposition << shape;
+    for (pid_t pid : run.pids('t')) EXPECT_FALSE(isGone(pid)) << disposition << shape;
     platform().advance(std::chrono::milliseconds(9999));  // runs what is due, and drains
     EXPECT_FALSE(killed);
     platform().advance(std::chrono::milliseconds(1));
     ASSERT_TRUE(platform().runUntil([&] { return killed && !run.got->exits.empty(); }));
-    EXPECT_THAT(run.got->exits, ElementsAre(status)) << disposition;
-    EXPECT_TRUE(waitForNoMarkedProcess().empty()) << disposition;
+    EXPECT_THAT(run.got->exits, ElementsAre(status)) << disposition << shape;
+    EXPECT_TRUE(waitForNoMarkedProcess().empty()) << disposition << shape;
+    for (int port : run.ports()) EXPECT_TRUE(portIsFree(port)) << disposition << shape;
   }
+}
+
+// A cancel reaches its own command's processes only: the server that another, ended command
+// left detached lives on. A cancel that comes after its command has ended (a click racing the
+// exit report) still stops what carries the command's mark.
+TEST(ChildCancel, ReachesItsOwnCommandsProcessesOnly) {
+  Command ended(TEST_HELPER, {"tree", "n", "N"});
+  ASSERT_TRUE(ended.waitFor(3, false));
+  kill(ended.pids()[0], SIGKILL);
+  ASSERT_TRUE(ended.waitFor(3));
+  Command running(TEST_HELPER, {"tree", "n", "N"});
+  ASSERT_TRUE(running.waitFor(3, false));
+  running.child->cancel();
+  EXPECT_TRUE(eventually([&] { return std::ranges::all_of(running.pids(), isGone); }));
+  EXPECT_FALSE(isGone(ended.pids()[1]));
+  ended.child->cancel();
+  EXPECT_TRUE(eventually([&] { return isGone(ended.pids()[1]); }));
+  platform().advance(std::chrono::seconds(10));
+  EXPECT_TRUE(waitForNoMarkedProcess().empty());
 }
 
 // Descriptors and threads of this process.

@@ -1,11 +1,13 @@
 #include "process/process_identity.h"
 
+#include <errno.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "process/spawn.h"
+#include "process/system_calls.h"
 
 namespace kestravine {
 namespace {
@@ -24,22 +26,36 @@ TEST(ProcessIdentity, ParentIsField4AndStartTimeField22AfterTheCommandName) {
   }
 }
 
+// With pidfds, and without them where a kernel lacks them, a sandbox denies them or no
+// descriptor is left: the start time still tells the process from others that had its pid.
 TEST(ProcessIdentity, SignalsOnlyTheSameProcess) {
-  SpawnResult sleeper = spawnProcess({"/bin/sleep", {"1000"}, std::nullopt, std::nullopt, -1});
-  ASSERT_GT(sleeper.pid, 0);
-  auto identity = ProcessIdentity::of(sleeper.pid);
-  ASSERT_TRUE(identity.has_value());
-  EXPECT_EQ(identity, ProcessIdentity::of(sleeper.pid));
-
-  // Another process that had this pid before, or will have it after: not signalled.
-  for (auto startTime : {identity->startTime - 1, identity->startTime + 1}) {
-    EXPECT_FALSE((ProcessIdentity{sleeper.pid, startTime, getpid()}.signal(SIGKILL)));
+  const auto realOpen = system_calls::pidfdOpen;
+  for (int denied : {0, ENOSYS, EPERM, EMFILE}) {
+    system_calls::pidfdOpen = realOpen;
+    SpawnResult sleeper = spawnProcess({"/bin/sleep", {"1000"}, std::nullopt, std::nullopt, -1});
+    ASSERT_GT(sleeper.pid, 0);
+    auto identity = ProcessIdentity::of(sleeper.pid);
+    ASSERT_TRUE(identity.has_value());
+    EXPECT_EQ(identity, ProcessIdentity::of(sleeper.pid));
+    if (denied != 0) {
+      static int error;
+      error = denied;
+      system_calls::pidfdOpen = [](pid_t) {
+        errno = error;
+        return -1;
+      };
+    }
+    // Another process that had this pid before, or will have it after: not signalled.
+    for (auto startTime : {identity->startTime - 1, identity->startTime + 1}) {
+      EXPECT_FALSE((ProcessIdentity{sleeper.pid, startTime, getpid()}.signal(SIGKILL)));
+    }
+    EXPECT_EQ(waitpid(sleeper.pid, nullptr, WNOHANG), 0) << denied;  // still running
+    EXPECT_TRUE(identity->signal(SIGKILL)) << denied;
+    EXPECT_EQ(waitForExit(sleeper.pid), SIGKILL);
+    EXPECT_FALSE(identity->signal(SIGKILL)) << denied;  // reaped: nobody has it
+    EXPECT_FALSE(ProcessIdentity::of(sleeper.pid).has_value());
   }
-  EXPECT_EQ(waitpid(sleeper.pid, nullptr, WNOHANG), 0);  // still running
-  EXPECT_TRUE(identity->signal(SIGKILL));
-  EXPECT_EQ(waitForExit(sleeper.pid), SIGKILL);
-  EXPECT_FALSE(identity->signal(SIGKILL));  // reaped: nobody has it
-  EXPECT_FALSE(ProcessIdentity::of(sleeper.pid).has_value());
+  system_calls::pidfdOpen = realOpen;
 }
 
 }  // namespace

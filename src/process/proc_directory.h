@@ -1,0 +1,39 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kestravine {
+
+// One process's /proc directory, held open. Every file read through it belongs to the process
+// the pid named when it was opened: once that process has gone, reads fail (ESRCH), even after
+// its pid has been given to another. So what two reads say is always about one process.
+//
+// Threading: one instance belongs to one thread; the static functions run on any.
+class ProcDirectory {
+ public:
+  // None if no process has this pid.
+  static std::optional<ProcDirectory> open(pid_t pid);
+  // The pids of every process there is now, in no particular order.
+  static std::vector<pid_t> allPids();
+
+  ProcDirectory(ProcDirectory&& other) noexcept;
+  ProcDirectory& operator=(ProcDirectory&& other) noexcept;
+  ~ProcDirectory();
+
+  pid_t pid() const { return pid_; }
+  // The whole file `name`; empty if it cannot be read (the process has gone, it belongs to
+  // another user, it is a zombie whose memory is gone).
+  std::string read(const char* name) const;
+
+ private:
+  ProcDirectory(pid_t pid, int fd) : pid_(pid), fd_(fd) {}
+
+  pid_t pid_;
+  int fd_;
+};
+
+}  // namespace kestravine
