@@ -12,6 +12,8 @@ packages=(
   fonts-noto-cjk libqt6svg6
   zenity yad time libxcb1-dev
   desktop-file-utils
+  # The Wayland platform, so that the tests of unreachable desktops meet it as users do.
+  qt6-wayland
 )
 
 missing=()

@@ -1,13 +1,18 @@
 // The launcher's entry: one window, its content following the install flow, and optionally the
 // snapshot mode. Returns 0 when the window closes (once a running command has ended), the
-// launcher opened the application, or a snapshot was taken; 1 when there is no display.
+// launcher opened the application, a snapshot was taken, or --help or --version answered; 1 when
+// there is no desktop to show the window on.
 #include <fontconfig/fontconfig.h>
 #include <QApplication>
 #include <QIcon>
 #include <cstdio>
+#include <optional>
+#include <string>
 #include <string_view>
 #include <thread>
 
+#include "app/command_line.h"
+#include "app/display_guard.h"
 #include "app/main_window.h"
 #include "app/snapshot.h"
 #include "app/termination_signals.h"
@@ -16,21 +21,29 @@
 
 namespace {
 
-// Qt aborts with a core dump when it finds no display; say so plainly instead.
-bool hasDisplay(int argc, char** argv) {
-  for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"}) {
-    if (!qEnvironmentVariableIsEmpty(name)) return true;
+// The platform asked for on the command line (Qt takes "-platform" and "--platform") or else
+// in QT_QPA_PLATFORM; empty when Qt is left to choose.
+std::string forcedPlatform(int argc, char** argv) {
+  for (int i = 1; i + 1 < argc; ++i) {
+    const std::string_view arg = argv[i];
+    if (arg == "-platform" || arg == "--platform") return argv[i + 1];
   }
-  for (int i = 1; i < argc; ++i) {
-    if (std::string_view(argv[i]) == "-platform") return true;
-  }
-  return false;
+  return qEnvironmentVariable("QT_QPA_PLATFORM").toStdString();
+}
+
+bool hasDisplay(const std::string& forced) {
+  return !forced.empty() || !qEnvironmentVariableIsEmpty("DISPLAY") ||
+         !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (!hasDisplay(argc, argv)) {
+  if (const std::optional<int> status = kestravine::answerCommandLine(argc, argv)) {
+    return *status;
+  }
+  const std::string forced = forcedPlatform(argc, argv);
+  if (!hasDisplay(forced)) {
     std::fputs(
         "kestravine-launcher：找不到可以显示窗口的桌面（DISPLAY、WAYLAND_DISPLAY 和 "
         "QT_QPA_PLATFORM 都没有设置）。\n",
@@ -41,6 +54,9 @@ int main(int argc, char** argv) {
   // before it can be shown; reading it here, while the application connects to the display,
   // takes that off the way to the window. fontconfig's initialisation is thread-safe.
   std::thread(FcInit).detach();
+  // Until the window exists: the platform fails either when the application connects or, for
+  // some, when the first window is created.
+  std::optional<kestravine::DisplayGuard> guard(std::in_place, forced);
   QApplication app(argc, argv);
   QApplication::setApplicationName(QStringLiteral("Kestravine"));
   QApplication::setDesktopFileName(QStringLiteral("kestravine-launcher"));
@@ -55,6 +71,7 @@ int main(int argc, char** argv) {
   kestravine::MainWindow window;
   kestravine::TerminationSignals termination([&window] { window.close(); });
   window.present();
+  guard.reset();
   kestravine::snapshot::arm(window.content(), qEnvironmentVariable("KESTRAVINE_LAUNCHER_SHOT"));
   return QApplication::exec();
 }

@@ -1,0 +1,138 @@
+#include "app/display_guard.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <QGuiApplication>
+#include <QString>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
+#include <vector>
+
+namespace kestravine {
+
+namespace {
+
+struct Attempt {
+  std::string platform;
+  bool found;  // false: Qt has no plugin of that name
+};
+
+struct Guarded {
+  QtMessageHandler previous = nullptr;
+  int stderrCopy = -1;  // the real stderr, while fd 2 is the holding file
+  int held = -1;
+  std::vector<Attempt> attempts;
+  std::string forcedPlatform;
+};
+
+Guarded* guarded = nullptr;
+
+void writeAll(int fd, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t n = ::write(fd, bytes.data(), bytes.size());
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return;
+    bytes.remove_prefix(static_cast<size_t>(n));
+  }
+}
+
+// Values from the environment go into the line as they are, except that nothing may break it.
+std::string oneLine(std::string_view value) {
+  std::string out(value);
+  for (char& c : out) {
+    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) c = '?';
+  }
+  return out;
+}
+
+std::string described(const char* name) {
+  const char* value = std::getenv(name);
+  if (value == nullptr || *value == '\0') return std::string(name) + " 未设置";
+  return std::string(name) + "=" + oneLine(value);
+}
+
+// Qt reports each platform it gave up on under qt.qpa.plugin, the name in quotes:
+// 'Could not find the Qt platform plugin "x" in ""' when it has no such plugin,
+// 'Could not load the Qt platform plugin "x" ... even though it was found.' when it failed.
+void noteAttempt(const QString& message) {
+  const QString marker = QStringLiteral("platform plugin \"");
+  const qsizetype start = message.indexOf(marker);
+  if (start < 0) return;
+  const qsizetype nameStart = start + marker.size();
+  const qsizetype nameEnd = message.indexOf(QLatin1Char('"'), nameStart);
+  if (nameEnd < 0) return;
+  guarded->attempts.push_back({message.mid(nameStart, nameEnd - nameStart).toStdString(),
+                               !message.startsWith(QStringLiteral("Could not find"))});
+}
+
+[[noreturn]] void giveUp() {
+  std::string tried;
+  for (const Attempt& attempt : guarded->attempts) {
+    tried += tried.empty() ? "试过 Qt 平台 " : "，";
+    tried += oneLine(attempt.platform) + (attempt.found ? "：启动失败" : "：没有这个平台");
+  }
+  if (tried.empty()) {
+    // Failed after a platform was chosen, or Qt's messages were filtered away.
+    std::string platform = guarded->forcedPlatform;
+    if (qGuiApp != nullptr) platform = QGuiApplication::platformName().toStdString();
+    if (!platform.empty()) tried = "试过 Qt 平台 " + oneLine(platform);
+  }
+  if (!tried.empty()) tried += "；";
+  const std::string line = "kestravine-launcher：连不上可以显示窗口的桌面（" + tried +
+                           described("DISPLAY") + "，" + described("WAYLAND_DISPLAY") + "）。\n";
+  writeAll(guarded->stderrCopy >= 0 ? guarded->stderrCopy : STDERR_FILENO, line);
+  // Not abort(): a missing desktop is no crash, and leaves no core behind.
+  std::_Exit(1);
+}
+
+void onMessage(QtMsgType type, const QMessageLogContext& context, const QString& message) {
+  if (type == QtFatalMsg) giveUp();
+  if (context.category != nullptr && std::string_view(context.category) == "qt.qpa.plugin") {
+    noteAttempt(message);
+  }
+  guarded->previous(type, context, message);
+}
+
+}  // namespace
+
+DisplayGuard::DisplayGuard(std::string forcedPlatform) {
+  guarded = new Guarded;
+  guarded->forcedPlatform = std::move(forcedPlatform);
+  // A file rather than a pipe: nothing written during start-up can block on a full buffer.
+  guarded->held = memfd_create("kestravine-held-stderr", MFD_CLOEXEC);
+  if (guarded->held >= 0) {
+    guarded->stderrCopy = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3);
+    std::fflush(stderr);
+    if (guarded->stderrCopy < 0 || dup2(guarded->held, STDERR_FILENO) < 0) {
+      if (guarded->stderrCopy >= 0) close(guarded->stderrCopy);
+      close(guarded->held);
+      guarded->stderrCopy = guarded->held = -1;
+    }
+  }
+  guarded->previous = qInstallMessageHandler(onMessage);
+}
+
+DisplayGuard::~DisplayGuard() {
+  qInstallMessageHandler(guarded->previous);
+  if (guarded->held >= 0) {
+    std::fflush(stderr);
+    dup2(guarded->stderrCopy, STDERR_FILENO);
+    close(guarded->stderrCopy);
+    char buffer[4096];
+    off_t offset = 0;
+    ssize_t n;
+    while ((n = pread(guarded->held, buffer, sizeof buffer, offset)) > 0) {
+      writeAll(STDERR_FILENO, std::string_view(buffer, static_cast<size_t>(n)));
+      offset += n;
+    }
+    close(guarded->held);
+  }
+  delete guarded;
+  guarded = nullptr;
+}
+
+}  // namespace kestravine
