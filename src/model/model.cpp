@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include "env/ctx.h"
+#include "model/platform_words.h"
 #include "platform/platform.h"
 #include "process/child.h"
 
@@ -15,14 +16,9 @@ namespace kestravine {
 
 namespace {
 
-constexpr const char* kHeadlineInstalled = "Varnholt已经在这台 Mac 上了";
 constexpr const char* kStatusInstalled = "正在打开Varnholt。";
-constexpr const char* kHeadlineNotInstalled = "Kestravine会装在这台 Mac 上";
-constexpr const char* kMissingFiles = "这个 dmg 里少了安装文件。重新下载一份吧。";
 constexpr const char* kStatusInstalling = "在装，第一次要几分钟。";
 constexpr const char* kInstallFailedBefore = "没能装完（退出码 ";
-constexpr const char* kInstallFailedAfter =
-    "）。多半是网络，或者这台 Mac 上已经有一份在跑。再试一次；不行就把下面的详情发给我。";
 constexpr const char* kStatusOpened = "打开了。";
 constexpr const char* kServicesFailedBefore = "服务没能起来。日志在 ";
 constexpr const char* kServicesFailedAfter = "/app/.zorvel/logs/monitor.log。";
@@ -140,11 +136,11 @@ void Model::startRun(const std::vector<std::string>& args, std::optional<std::st
 void Model::check() {
   if (closed_) return;  // the window has gone: nothing more starts
   if (!Ctx::fileExists(Ctx::kestravineHome() + "/app")) {
-    assign(Field::headline, headline_, std::string(kHeadlineNotInstalled));
+    assign(Field::headline, headline_, platformTexts().headlineNotInstalled);
     assign(Field::phase, phase_, Phase::ready);
     return;
   }
-  assign(Field::headline, headline_, std::string(kHeadlineInstalled));
+  assign(Field::headline, headline_, platformTexts().headlineInstalled);
   assign(Field::phase, phase_, Phase::working);
   assign(Field::status, status_, std::string(kStatusInstalled));
   assign(Field::canCancel, canCancel_, true);
@@ -175,7 +171,7 @@ void Model::install() {
   const std::string tarball = firstTarball(dir);
   const std::string script = dir + "/install.sh";
   if (tarball.empty() || !Ctx::fileExists(script)) {
-    assign(Field::failure, failure_, std::string(kMissingFiles));
+    assign(Field::failure, failure_, platformTexts().missingFiles);
     assign(Field::phase, phase_, Phase::failed);
     return;
   }
@@ -194,7 +190,8 @@ void Model::install() {
              if (status == 0) {
                self.openWhenReady(0);
              } else {
-               self.fail(kInstallFailedBefore + std::to_string(status) + kInstallFailedAfter);
+               self.fail(kInstallFailedBefore + std::to_string(status) +
+                         platformTexts().installFailedAfter);
              }
            });
 }
@@ -257,7 +254,7 @@ void Model::retry() {
   assign(Field::failure, failure_, std::string());
   assign(Field::lines, lines_, {});
   assign(Field::phase, phase_, Phase::ready);
-  assign(Field::headline, headline_, std::string(kHeadlineNotInstalled));
+  assign(Field::headline, headline_, platformTexts().headlineNotInstalled);
 }
 
 }  // namespace kestravine

@@ -8,6 +8,7 @@
 #include <QVBoxLayout>
 
 #include "env/ctx.h"
+#include "model/platform_words.h"
 #include "platform/platform.h"
 #include "ui/accessibility.h"
 #include "ui/disclosure_button.h"
@@ -237,13 +238,13 @@ void ContentView::build(Model::Phase phase) {
 
 void ContentView::buildChecking() {
   arrangement_->layout()->addWidget(
-      label(text("看一眼这台 Mac。"), font(), Role::secondary, false, palette()));
+      label(text(platformTexts().checking.c_str()), font(), Role::secondary, false, palette()));
 }
 
 void ContentView::buildReady() {
   auto* layout = arrangement_->layout();
-  layout->addWidget(label(text("数据只在这台 Mac 上，不上传。装好以后双击它就能进Varnholt。"),
-                          style::systemFont(12.5), Role::secondary, true, palette()));
+  layout->addWidget(label(text(platformTexts().description.c_str()), style::systemFont(12.5),
+                          Role::secondary, true, palette()));
   auto* install = pushButton(text("安装并打开"));
   // The large control size.
   install->setMinimumHeight(install->sizeHint().height() + 8);

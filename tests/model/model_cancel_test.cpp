@@ -71,7 +71,7 @@ TEST_F(CancelTest, LateExitOfACancelledRunDisturbsNeitherTheRetryNorTheNewRun) {
   expectCancelled();
   model->retry();
   EXPECT_EQ(model->phase(), Phase::ready);
-  EXPECT_EQ(model->headline(), "Kestravine会装在这台 Mac 上");
+  EXPECT_EQ(model->headline(), "Kestravine会装在这台电脑上");
   EXPECT_EQ(model->failure(), "");
   EXPECT_TRUE(model->lines().empty());
   EXPECT_EQ(model->status(), "stopping");

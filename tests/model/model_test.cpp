@@ -22,7 +22,7 @@ TEST_F(ModelTest, CheckOffersTheInstallWhichRunsTheScriptAndAFailureKeepsTheLast
   model->addListener([&](Field f) { seen.push_back(f); });
   model->check();
   EXPECT_EQ(seen, (Fields{Field::headline, Field::phase}));
-  EXPECT_EQ(model->headline(), "Kestravine会装在这台 Mac 上");
+  EXPECT_EQ(model->headline(), "Kestravine会装在这台电脑上");
   EXPECT_EQ(model->phase(), Phase::ready);
   EXPECT_EQ(model->status(), "");
   EXPECT_FALSE(model->canCancel());
@@ -39,7 +39,7 @@ TEST_F(ModelTest, CheckOffersTheInstallWhichRunsTheScriptAndAFailureKeepsTheLast
   ASSERT_TRUE(runToEnd());
   ASSERT_TRUE(platform().runUntil([&] { return model->linesAppended() == 1002; }));  // any order
   EXPECT_EQ(model->failure(),
-            "没能装完（退出码 2）。多半是网络，或者这台 Mac 上已经有一份在跑。再试一次；"
+            "没能装完（退出码 2）。多半是网络，或者这台电脑上已经有一份在跑。再试一次；"
             "不行就把下面的详情发给我。");
   EXPECT_FALSE(model->canCancel());
   ASSERT_EQ(model->lines().size(), 400u);  // the last 400
@@ -84,7 +84,7 @@ TEST_F(ModelTest, InstallTakesTheTarballThatSortsFirstOrStartsNothing) {
     model->install();
     if (expected.empty()) {
       EXPECT_EQ(model->phase(), Phase::failed) << names.size();
-      EXPECT_EQ(model->failure(), "这个 dmg 里少了安装文件。重新下载一份吧。");
+      EXPECT_EQ(model->failure(), "这个安装包里少了安装文件。重新下载一份吧。");
       EXPECT_EQ(model->status(), "");
       EXPECT_TRUE(markedProcesses().empty());
       continue;
@@ -116,7 +116,7 @@ TEST_F(ModelTest, ServiceStartRunsTheProductsNpmInALoginShellThenProbes) {
   model->check();
   setenv("HOME", ownHome.c_str(), 1);
   unsetenv("BASH_ENV");
-  EXPECT_EQ(model->headline(), "Varnholt已经在这台 Mac 上了");
+  EXPECT_EQ(model->headline(), "Varnholt已经在这台电脑上了");
   EXPECT_EQ(model->phase(), Phase::working);
   EXPECT_EQ(model->status(), "正在打开Varnholt。");
   EXPECT_TRUE(model->canCancel());

@@ -66,7 +66,7 @@ class ContentViewTest : public ModelTest {
 // Tab reaches every button, a focused button is drawn with a mark, retry is the default button.
 // A double click on the install starts one script.
 TEST_F(ContentViewTest, ArrangementsFollowThePhaseAndTheKeyboard) {
-  EXPECT_EQ(texts<QLabel>(), (Texts{"Kestravine", "看一眼这台 Mac。"}));
+  EXPECT_EQ(texts<QLabel>(), (Texts{"Kestravine", "看一眼这台电脑。"}));
   EXPECT_EQ(view->size(), QSize(440, 320));
   QPushButton* install = showWithScript("printf '<b>x</b>\\n'; exec sleep 100");
   ASSERT_NE(install, nullptr);
@@ -84,8 +84,8 @@ TEST_F(ContentViewTest, ArrangementsFollowThePhaseAndTheKeyboard) {
     }
     EXPECT_EQ(reached, stops);
   };
-  EXPECT_EQ(texts<QLabel>(), (Texts{"Kestravine会装在这台 Mac 上",
-                                    "数据只在这台 Mac 上，不上传。装好以后双击它就能进Varnholt。",
+  EXPECT_EQ(texts<QLabel>(), (Texts{"Kestravine会装在这台电脑上",
+                                    "数据只在这台电脑上，不上传。装好以后打开它就能进Varnholt。",
                                     "约 3—5 分钟，看网络。要一个 Claude 账号；不用另外填钥匙。"}));
   EXPECT_EQ(texts<QPushButton>(), (Texts{"安装并打开"}));
   expectKeys({install});
