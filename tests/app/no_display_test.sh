@@ -23,49 +23,55 @@ namespace=(unshare --net --mount)
 "${namespace[@]}" true || { echo "cannot create a network and mount namespace (unshare)"; exit 1; }
 
 rt=$scratch/runtime
-# name | arguments | environment | own namespace | status | stream | the output must contain
-rows="
-help                 | --help                     |                                                  | no  | 0 | out | 用法：kestravine-launcher
-help, short          | -h                         |                                                  | no  | 0 | out | KESTRAVINE_LAUNCHER_SHOT
-version              | --version                  |                                                  | no  | 0 | out | kestravine-launcher 0.
-version among others | file:///x.html --version   |                                                  | no  | 0 | out | kestravine-launcher 0.
-nothing set          |                            |                                                  | no  | 1 | err | 都没有设置
-nothing set, a file  | /tmp/some.html             |                                                  | no  | 1 | err | 都没有设置
-X server gone        |                            | DISPLAY=:0                                       | yes | 1 | err | xcb：启动失败；DISPLAY=:0
-X gone, both listed  |                            | QT_QPA_PLATFORM=wayland;xcb DISPLAY=:0           | yes | 1 | err | xcb：启动失败；DISPLAY=:0
-Wayland, no socket   |                            | WAYLAND_DISPLAY=wayland-none XDG_RUNTIME_DIR=$rt | no  | 1 | err | WAYLAND_DISPLAY=wayland-none
-Wayland, no runtime  |                            | WAYLAND_DISPLAY=wayland-none                     | no  | 1 | err | WAYLAND_DISPLAY=wayland-none
-Wayland, socket path |                            | WAYLAND_DISPLAY=$rt/none                         | no  | 1 | err | WAYLAND_DISPLAY=$rt/none
-forced xcb           |                            | QT_QPA_PLATFORM=xcb                              | no  | 1 | err | xcb：启动失败
-forced Wayland       |                            | QT_QPA_PLATFORM=wayland XDG_RUNTIME_DIR=$rt      | no  | 1 | err | 试过 Qt 平台 wayland
-made-up platform     |                            | QT_QPA_PLATFORM=no-such-platform                 | no  | 1 | err | no-such-platform：没有这个平台
-made-up, by argument | -platform no-such-platform |                                                  | no  | 1 | err | no-such-platform：没有这个平台
+# Options: name | the launcher's arguments | stdout must contain (status 0, stderr empty)
+options="
+help            | --help                   | 用法：kestravine-launcher
+help, short     | -h                       | KESTRAVINE_LAUNCHER_SHOT
+version         | --version                | kestravine-launcher 0.
+version, a file | file:///x.html --version | kestravine-launcher 0.
+"
+# Desktops: name | own network namespace | environment, then -- and the launcher's arguments |
+# the one line on stderr must contain (status 1, stdout empty)
+desktops="
+nothing set     | no  |                                                  | 都没有设置
+a file given    | no  | -- /tmp/some.html                                | 都没有设置
+X gone          | yes | DISPLAY=:0                                       | xcb：启动失败；DISPLAY=:0
+X gone, a list  | yes | QT_QPA_PLATFORM=wayland;xcb DISPLAY=:0           | xcb：启动失败；DISPLAY=:0
+no socket       | no  | WAYLAND_DISPLAY=wayland-none XDG_RUNTIME_DIR=$rt | =wayland-none
+no runtime dir  | no  | WAYLAND_DISPLAY=wayland-none                     | =wayland-none
+socket path     | no  | WAYLAND_DISPLAY=$rt/none                         | =$rt/none
+forced xcb      | no  | QT_QPA_PLATFORM=xcb                              | xcb：启动失败
+forced Wayland  | no  | QT_QPA_PLATFORM=wayland XDG_RUNTIME_DIR=$rt      | wayland：启动失败
+made up         | no  | QT_QPA_PLATFORM=no-such-platform                 | no-such-platform：没有
+made up, option | no  | -- -platform no-such-platform                    | no-such-platform：没有
 "
 
 trim() { local s=$1; s=${s#"${s%%[![:space:]]*}"}; printf '%s' "${s%"${s##*[![:space:]]}"}"; }
 
 failures=0
-while IFS='|' read -r name args environment own status stream expected; do
-  name=$(trim "$name")
-  [[ -n $name ]] || continue
-  read -r -a args <<<"$args"
-  read -r -a environment <<<"$environment"
-  own=$(trim "$own") status=$(trim "$status") stream=$(trim "$stream") expected=$(trim "$expected")
-  command=(env -i "HOME=$scratch/home" PATH=/usr/bin:/bin "KESTRAVINE_HOME=$scratch/product"
-    "${environment[@]}" "$launcher" "${args[@]}")
+# check <name> <own namespace> <stream> <must contain> <environment... -- arguments...>
+check() {
+  local name=$1 own=$2 stream=$3 expected=$4
+  shift 4
+  local environment=()
+  while (($#)) && [[ $1 != -- ]]; do environment+=("$1") && shift; done
+  (($#)) && shift
+  local command=(env -i "HOME=$scratch/home" PATH=/usr/bin:/bin "KESTRAVINE_HOME=$scratch/product"
+    "${environment[@]}" "$launcher" "$@")
   if [[ $own == yes ]]; then
     command=("${namespace[@]}" bash -c 'mount -t tmpfs tmpfs /tmp/.X11-unix && exec "$@"' isolated
       "${command[@]}")
   fi
-  actual=0
-  (cd "$scratch/cwd" && timeout 60 "${command[@]}") >"$scratch/out" 2>"$scratch/err" || actual=$?
+  local status=0
+  (cd "$scratch/cwd" && timeout 60 "${command[@]}") >"$scratch/out" 2>"$scratch/err" || status=$?
 
-  problems=()
-  ((actual == status)) || problems+=("exit status $actual, not $status")
+  local problems=() shown
   if [[ $stream == out ]]; then
+    ((status == 0)) || problems+=("exit status $status, not 0")
     [[ ! -s $scratch/err ]] || problems+=("stderr not empty")
     shown=$scratch/out
   else
+    ((status == 1)) || problems+=("exit status $status, not 1")
     [[ ! -s $scratch/out ]] || problems+=("stdout not empty")
     [[ $(wc -l <"$scratch/err") == 1 && $(tail -c1 "$scratch/err" | od -An -c) == *'\n'* ]] ||
       problems+=("stderr is not exactly one line")
@@ -78,11 +84,22 @@ while IFS='|' read -r name args environment own status stream expected; do
 
   if ((${#problems[@]})); then
     failures=$((failures + 1))
-    echo "FAIL $name: $(IFS=';'; echo "${problems[*]}")"
+    echo "FAIL $name: $(IFS=';' && echo "${problems[*]}")"
     sed 's/^/  stdout: /' "$scratch/out"
     sed 's/^/  stderr: /' "$scratch/err"
   else
     echo "ok   $name: $(head -n1 "$shown")"
   fi
-done <<<"$rows"
+}
+
+while IFS='|' read -r name arguments expected; do
+  [[ -n $(trim "$name") ]] || continue
+  read -r -a arguments <<<"$arguments"
+  check "$(trim "$name")" no out "$(trim "$expected")" -- "${arguments[@]}"
+done <<<"$options"
+while IFS='|' read -r name own command_line expected; do
+  [[ -n $(trim "$name") ]] || continue
+  read -r -a command_line <<<"$command_line"
+  check "$(trim "$name")" "$(trim "$own")" err "$(trim "$expected")" "${command_line[@]}"
+done <<<"$desktops"
 ((failures == 0)) || { echo "$failures failed"; exit 1; }
