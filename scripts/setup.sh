@@ -11,7 +11,7 @@ packages=(
   xvfb xauth x11-apps x11-utils imagemagick openbox xdotool
   fonts-noto-cjk libqt6svg6
   zenity yad time libxcb1-dev
-  desktop-file-utils
+  desktop-file-utils lintian appstream
   # The Wayland platform, so that the tests of unreachable desktops meet it as users do.
   qt6-wayland
 )
