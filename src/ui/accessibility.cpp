@@ -1,6 +1,7 @@
 #include "ui/accessibility.h"
 
 #include <QAccessibleWidget>
+#include <QCoreApplication>
 
 #include "ui/disclosure_button.h"
 #include "ui/log_view.h"
@@ -9,15 +10,50 @@ namespace kestravine::accessibility {
 
 namespace {
 
-class LogAccessible final : public QAccessibleWidget {
+// The log as a read-only text of many lines: a screen reader reads all of it, line by line,
+// and hears the lines that come.
+class LogAccessible final : public QAccessibleWidget, public QAccessibleTextInterface {
  public:
-  explicit LogAccessible(LogView* log) : QAccessibleWidget(log, QAccessible::StaticText) {}
+  explicit LogAccessible(LogView* log) : QAccessibleWidget(log, QAccessible::EditableText) {}
+
+  void* interface_cast(QAccessible::InterfaceType type) override {
+    if (type == QAccessible::TextInterface) return static_cast<QAccessibleTextInterface*>(this);
+    return QAccessibleWidget::interface_cast(type);
+  }
   QString text(QAccessible::Text t) const override {
-    if (t == QAccessible::Name || t == QAccessible::Value) {
-      return static_cast<LogView*>(widget())->accessibleText();
-    }
+    if (t == QAccessible::Name) return QCoreApplication::translate("LogView", "日志");
+    if (t == QAccessible::Value) return log()->allText();
     return QAccessibleWidget::text(t);
   }
+  QAccessible::State state() const override {
+    QAccessible::State s = QAccessibleWidget::state();
+    s.readOnly = true;
+    s.multiLine = true;
+    return s;
+  }
+
+  // Nothing is selected, and the caret stays at the start.
+  void selection(int, int* start, int* end) const override { *start = *end = 0; }
+  int selectionCount() const override { return 0; }
+  void addSelection(int, int) override {}
+  void removeSelection(int) override {}
+  void setSelection(int, int, int) override {}
+  int cursorPosition() const override { return 0; }
+  void setCursorPosition(int) override {}
+  QString text(int start, int end) const override {
+    return log()->allText().mid(start, end - start);
+  }
+  int characterCount() const override { return static_cast<int>(log()->allText().size()); }
+  QRect characterRect(int) const override { return {}; }
+  int offsetAtPoint(const QPoint&) const override { return -1; }
+  void scrollToSubstring(int, int) override {}
+  QString attributes(int offset, int* start, int* end) const override {
+    *start = *end = offset;
+    return {};
+  }
+
+ private:
+  LogView* log() const { return static_cast<LogView*>(widget()); }
 };
 
 class DisclosureAccessible final : public QAccessibleWidget {
@@ -31,8 +67,8 @@ class DisclosureAccessible final : public QAccessibleWidget {
   QAccessible::State state() const override {
     QAccessible::State s = QAccessibleWidget::state();
     s.expandable = true;
-    s.expanded = button()->isChecked();
-    s.collapsed = !button()->isChecked();
+    s.expanded = button()->isExpanded();
+    s.collapsed = !button()->isExpanded();
     return s;
   }
   QStringList actionNames() const override { return {pressAction()}; }

@@ -1,5 +1,6 @@
 #include "ui/content_view.h"
 
+#include <QAccessible>
 #include <QCoreApplication>
 #include <QHBoxLayout>
 #include <QPushButton>
@@ -14,6 +15,7 @@
 #include "ui/disclosure_button.h"
 #include "ui/focus_ring.h"
 #include "ui/log_view.h"
+#include "ui/return_key.h"
 #include "ui/style.h"
 
 namespace kestravine {
@@ -76,6 +78,7 @@ QPushButton* pushButton(const QString& title) {
   auto* button = new QPushButton(title);
   button->setAutoDefault(false);
   button->setStyle(focus_ring::buttonStyle());
+  return_key::pressesButton(button);
   return button;
 }
 
@@ -187,7 +190,11 @@ void ContentView::scheduleRender() {
 
 void ContentView::render() {
   sinceRender_.restart();
-  title_->setText(titleFor(model_->headline()));
+  const QString title = titleFor(model_->headline());
+  title_->setText(title);
+  // The view itself holds the focus while no control has it: a screen reader announces it by
+  // this name when an arrangement appears.
+  if (accessibleName() != title) setAccessibleName(title);
   if (arrangement_ == nullptr || built_ != model_->phase()) build(model_->phase());
   if (status_) {
     const std::string& status = model_->status();
@@ -233,7 +240,13 @@ void ContentView::build(Model::Phase phase) {
   static_cast<QVBoxLayout*>(column_->layout())->insertWidget(1, arrangement_);
   // Shown now rather than on the layout's queued show, so no frame lacks the arrangement.
   arrangement_->show();
+  const bool hadFocus = hasFocus();
   setFocus(Qt::OtherFocusReason);
+  if (hadFocus && QAccessible::isActive()) {
+    // The focus stays here, so Qt reports no move: the new arrangement is announced anyway.
+    QAccessibleEvent focus(this, QAccessible::Focus);
+    QAccessible::updateAccessibility(&focus);
+  }
 }
 
 void ContentView::buildChecking() {
@@ -267,6 +280,12 @@ void ContentView::buildWorking() {
   connect(cancel, &QPushButton::clicked, this, [this] { model_->cancel(); });
   cancelRow_ = buttonRow(cancel, false);
   layout->addWidget(cancelRow_);
+  // Escape is the cancel button while it is offered.
+  auto* escape = new QShortcut(QKeySequence(Qt::Key_Escape), arrangement_);
+  escape->setContext(Qt::WindowShortcut);
+  connect(escape, &QShortcut::activated, cancel, [cancel] {
+    if (cancel->isVisible()) cancel->click();
+  });
 }
 
 void ContentView::buildFailed() {
@@ -280,7 +299,8 @@ void ContentView::buildFailed() {
   detailsLayout->setContentsMargins(0, 0, 0, 0);
   detailsLayout->setSpacing(6);
   auto* toggle = new DisclosureButton(text("详情"));
-  connect(toggle, &QAbstractButton::toggled, this, [this](bool on) { setDetailsExpanded(on); });
+  connect(toggle, &DisclosureButton::expandedChanged, this,
+          [this](bool on) { setDetailsExpanded(on); });
   detailsLayout->addWidget(toggle, 0, Qt::AlignLeft);
   layout->addWidget(details_);
 
@@ -306,6 +326,8 @@ void ContentView::setDetailsExpanded(bool expanded) {
     log_->show();
   }
   render();
+  // The details open on their last line: a failure's cause is usually there.
+  if (log_) log_->showEnd();
 }
 
 std::uint64_t ContentView::firstLineNumber() const {

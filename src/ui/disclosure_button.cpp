@@ -6,6 +6,7 @@
 #include <QStyle>
 
 #include "ui/focus_ring.h"
+#include "ui/return_key.h"
 #include "ui/style.h"
 
 namespace kestravine {
@@ -20,16 +21,18 @@ constexpr int kPadding = 3;   // around both, room for the focus ring
 
 DisclosureButton::DisclosureButton(const QString& text, QWidget* parent) : QAbstractButton(parent) {
   setText(text);
-  setCheckable(true);
   setFocusPolicy(Qt::TabFocus);
   setCursor(Qt::PointingHandCursor);
-  connect(this, &QAbstractButton::toggled, this, [this] {
+  return_key::pressesButton(this);
+  connect(this, &QAbstractButton::clicked, this, [this] {
+    expanded_ = !expanded_;
     QAccessible::State changed;
     changed.expanded = true;
     changed.collapsed = true;
     QAccessibleStateChangeEvent event(this, changed);
     QAccessible::updateAccessibility(&event);
     update();
+    emit expandedChanged(expanded_);
   });
 }
 
@@ -45,7 +48,7 @@ void DisclosureButton::paintEvent(QPaintEvent*) {
   const QColor colour = style::primary(palette());
   const QRectF box(kPadding, (height() - kTriangle) / 2.0, kTriangle, kTriangle);
   QPainterPath triangle;
-  if (isChecked()) {  // expanded: pointing down
+  if (expanded_) {  // expanded: pointing down
     triangle.moveTo(box.left(), box.top() + 1.5);
     triangle.lineTo(box.right(), box.top() + 1.5);
     triangle.lineTo(box.center().x(), box.bottom() - 0.5);

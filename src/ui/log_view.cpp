@@ -4,12 +4,17 @@
 #include <unicode/utf8.h>
 
 #include <QAccessible>
+#include <QClipboard>
 #include <QCoreApplication>
+#include <QGuiApplication>
+#include <QKeyEvent>
+#include <QMenu>
 #include <QPaintEvent>
 #include <QPainter>
 #include <QWheelEvent>
 #include <cmath>
 
+#include "ui/focus_ring.h"
 #include "ui/style.h"
 
 namespace kestravine {
@@ -24,8 +29,6 @@ constexpr double kFontSize = 11;
 constexpr int kFollowMilliseconds = 150;
 constexpr int kIndicatorWidth = 6;
 constexpr int kTabColumns = 8;
-// Lines a screen reader is given: the end of the log is what matters while it runs.
-constexpr std::size_t kAccessibleLines = 5;
 
 QTextOption wrapping() {
   QTextOption option(Qt::AlignLeft | Qt::AlignTop);
@@ -33,12 +36,8 @@ QTextOption wrapping() {
   return option;
 }
 
-// A CR LF inside a line (output with Windows line ends) breaks the row there, as a terminal
-// would show it.
 QString rowText(const std::string& line) {
-  QString text = QString::fromUtf8(line.data(), static_cast<qsizetype>(line.size()));
-  text.replace(QLatin1Char('\n'), QChar::LineSeparator);
-  return text;
+  return QString::fromUtf8(line.data(), static_cast<qsizetype>(line.size()));
 }
 
 }  // namespace
@@ -58,7 +57,9 @@ LogView::LogView(QWidget* parent)
       follow_(new QVariantAnimation(this)) {
   setFont(style::monospaceFont(kFontSize));
   setAttribute(Qt::WA_OpaquePaintEvent, false);
-  setFocusPolicy(Qt::NoFocus);
+  // Tab only: a click (the second of a double click on a button that the log replaced) must not
+  // leave the focus here when an arrangement appears.
+  setFocusPolicy(Qt::TabFocus);
   scrollBar_->hide();
   scrollBar_->setFocusPolicy(Qt::NoFocus);
   applyPalette();
@@ -93,9 +94,7 @@ int LogView::estimatedHeight(const std::string& text) const {
   for (std::int32_t i = 0; i < length;) {
     if (bytes[i] < 0x80) {
       const char c = static_cast<char>(bytes[i++]);
-      if (c == '\n') {
-        endLine();
-      } else if (c == '\t') {
+      if (c == '\t') {
         columns = (std::floor(columns / kTabColumns) + 1) * kTabColumns;
       } else {
         columns += 1;
@@ -159,12 +158,23 @@ int LogView::endPosition() const {
 
 void LogView::setLines(const std::deque<std::string>& lines, std::uint64_t firstNumber) {
   const std::uint64_t end = firstNumber + lines.size();
+  // What screen readers are told: the text that left the front, and where new text begins.
+  const bool announce = QAccessible::isActive();
+  QString removed;
+  auto drop = [&](bool front) {
+    if (announce) removed += rowText(front ? rows_.front().text : rows_.back().text) + '\n';
+    front ? rows_.pop_front() : rows_.pop_back();
+  };
   // Keep the rows whose numbers are still in the list; they keep their heights.
-  while (!rows_.empty() && rows_.front().number < firstNumber) rows_.pop_front();
-  while (!rows_.empty() && rows_.back().number >= end) rows_.pop_back();
-  if (!rows_.empty() && rows_.front().number != firstNumber) rows_.clear();
-  if (layoutWidth_ != rowWidth()) rows_.clear();
+  while (!rows_.empty() && rows_.front().number < firstNumber) drop(true);
+  if (!rows_.empty() && (rows_.back().number >= end || rows_.front().number != firstNumber ||
+                         layoutWidth_ != rowWidth())) {
+    // Rows are replaced, not only added: told as the whole text going.
+    if (announce) removed = allText();
+    rows_.clear();
+  }
   layoutWidth_ = rowWidth();
+  const std::size_t firstAdded = rows_.size();
   for (std::size_t i = rows_.size(); i < lines.size(); ++i) {
     Row row;
     row.number = firstNumber + i;
@@ -178,10 +188,22 @@ void LogView::setLines(const std::deque<std::string>& lines, std::uint64_t first
   updateGeometry(countChanged || isFollowing());
   if (countChanged) followEnd();
   update();
-  if (QAccessible::isActive()) {
-    QAccessibleEvent changed(this, QAccessible::NameChanged);
-    QAccessible::updateAccessibility(&changed);
+  if (announce) announceChange(removed, firstAdded);
+}
+
+void LogView::announceChange(const QString& removed, std::size_t firstAdded) {
+  if (!removed.isEmpty()) {
+    QAccessibleTextRemoveEvent event(this, 0, removed);
+    QAccessible::updateAccessibility(&event);
   }
+  if (firstAdded == rows_.size()) return;
+  QString added;
+  for (std::size_t i = firstAdded; i < rows_.size(); ++i) {
+    if (i > 0) added += '\n';
+    added += rowText(rows_[i].text);
+  }
+  QAccessibleTextInsertEvent event(this, textLength() - static_cast<int>(added.size()), added);
+  QAccessible::updateAccessibility(&event);
 }
 
 void LogView::updateGeometry(bool keepFollowing) {
@@ -217,17 +239,36 @@ void LogView::followEnd() {
   follow_->start();
 }
 
-QString LogView::accessibleText() const {
-  QStringList last;
-  const std::size_t from = rows_.size() > kAccessibleLines ? rows_.size() - kAccessibleLines : 0;
-  for (std::size_t i = from; i < rows_.size(); ++i) last << QString::fromStdString(rows_[i].text);
-  return last.join(QLatin1Char('\n'));
+void LogView::showEnd() {
+  // Also once the layout has given the box its real width, which changes every row's height.
+  pinnedToEnd_ = true;
+  follow_->stop();
+  updateGeometry(true);
+  scrollBar_->setValue(endPosition());
+}
+
+QString LogView::allText() const {
+  QString text;
+  for (const auto& row : rows_) {
+    if (!text.isEmpty()) text += '\n';
+    text += rowText(row.text);
+  }
+  return text;
+}
+
+int LogView::textLength() const {
+  return static_cast<int>(allText().size());
+}
+
+void LogView::copyAll() const {
+  QGuiApplication::clipboard()->setText(allText() + '\n');
 }
 
 void LogView::applyPalette() {
   // A slim indicator over the right margin, in a weak shade of the text colour, rather than the
   // style's full scroll bar with arrows and a groove.
-  const QColor handle = style::tertiary(palette());
+  QColor handle = style::primary(palette());
+  handle.setAlphaF(0.4f);
   scrollBar_->setStyleSheet(
       QStringLiteral("QScrollBar:vertical { background: transparent; width: %5px; margin: 0; }"
                      "QScrollBar::handle:vertical { background: rgba(%1, %2, %3, %4);"
@@ -256,13 +297,42 @@ void LogView::resizeEvent(QResizeEvent*) {
       row.height = estimatedHeight(row.text);
     }
   }
-  updateGeometry(isFollowing());
+  updateGeometry(isFollowing() || pinnedToEnd_);
+  if (pinnedToEnd_) scrollBar_->setValue(endPosition());
 }
 
 void LogView::wheelEvent(QWheelEvent* event) {
   if (!scrollBar_->isVisible()) return QWidget::wheelEvent(event);
   follow_->stop();
+  pinnedToEnd_ = false;
   QCoreApplication::sendEvent(scrollBar_, event);
+}
+
+void LogView::keyPressEvent(QKeyEvent* event) {
+  if (event->matches(QKeySequence::Copy)) return copyAll();
+  static const std::pair<int, QAbstractSlider::SliderAction> kActions[] = {
+      {Qt::Key_Up, QAbstractSlider::SliderSingleStepSub},
+      {Qt::Key_Down, QAbstractSlider::SliderSingleStepAdd},
+      {Qt::Key_PageUp, QAbstractSlider::SliderPageStepSub},
+      {Qt::Key_PageDown, QAbstractSlider::SliderPageStepAdd},
+      {Qt::Key_Home, QAbstractSlider::SliderToMinimum},
+      {Qt::Key_End, QAbstractSlider::SliderToMaximum},
+  };
+  for (const auto& [key, action] : kActions) {
+    if (event->key() == key && event->modifiers() == Qt::NoModifier) {
+      follow_->stop();
+      pinnedToEnd_ = false;
+      scrollBar_->triggerAction(action);
+      return;
+    }
+  }
+  QWidget::keyPressEvent(event);
+}
+
+void LogView::contextMenuEvent(QContextMenuEvent* event) {
+  QMenu menu(this);
+  menu.addAction(QCoreApplication::translate("LogView", "复制全部"), this, &LogView::copyAll);
+  menu.exec(event->globalPos());
 }
 
 void LogView::paintEvent(QPaintEvent* event) {
@@ -274,7 +344,7 @@ void LogView::paintEvent(QPaintEvent* event) {
   painter.fillPath(path, box);
 
   painter.setClipPath(path);
-  painter.setPen(style::secondary(palette()));
+  painter.setPen(rowColour());
   const int offset = scrollBar_->value();
   const QRect visible = event->rect();
   // Rows come into view exact (settled on every scroll and change); should one not be, its
@@ -286,6 +356,15 @@ void LogView::paintEvent(QPaintEvent* event) {
     if (top > visible.bottom()) break;
     layoutOf(row).draw(&painter, QPointF(kMargin, top), {}, QRectF(visible));
   }
+  painter.setClipping(false);
+  if (hasFocus()) focus_ring::paint(painter, rect(), palette());
+}
+
+QColor LogView::rowColour() const {
+  // The secondary level, readable on the box: the base colour half over the window's.
+  const QColor box =
+      style::blend(palette().color(QPalette::Base), 0.5, palette().color(QPalette::Window));
+  return style::readable(style::primary(palette()), 0.6, box);
 }
 
 }  // namespace kestravine

@@ -3,7 +3,9 @@
 #include <QFontDatabase>
 #include <QGuiApplication>
 #include <QScreen>
+#include <algorithm>
 #include <array>
+#include <cmath>
 
 namespace kestravine::style {
 
@@ -17,9 +19,16 @@ double pointsFor(double logicalPixels) {
   return logicalPixels * 72.0 / dpi;
 }
 
-QColor withAlpha(QColor colour, double alpha) {
-  colour.setAlphaF(static_cast<float>(alpha));
-  return colour;
+constexpr double kMinimumContrast = 4.5;
+constexpr double kSecondaryAlpha = 0.6;
+constexpr double kTertiaryAlpha = 0.4;
+
+double luminance(const QColor& colour) {
+  auto linear = [](float channel) {
+    return channel <= 0.04045 ? channel / 12.92 : std::pow((channel + 0.055) / 1.055, 2.4);
+  };
+  return 0.2126 * linear(colour.redF()) + 0.7152 * linear(colour.greenF()) +
+         0.0722 * linear(colour.blueF());
 }
 
 }  // namespace
@@ -44,10 +53,31 @@ QColor primary(const QPalette& palette) {
   return palette.color(QPalette::WindowText);
 }
 QColor secondary(const QPalette& palette) {
-  return withAlpha(primary(palette), 0.6);
+  return readable(primary(palette), kSecondaryAlpha, palette.color(QPalette::Window));
 }
 QColor tertiary(const QPalette& palette) {
-  return withAlpha(primary(palette), 0.4);
+  return readable(primary(palette), kTertiaryAlpha, palette.color(QPalette::Window));
+}
+
+QColor blend(const QColor& top, double alpha, const QColor& bottom) {
+  auto mix = [alpha](float a, float b) { return static_cast<float>(a * alpha + b * (1 - alpha)); };
+  return QColor::fromRgbF(mix(top.redF(), bottom.redF()), mix(top.greenF(), bottom.greenF()),
+                          mix(top.blueF(), bottom.blueF()));
+}
+
+QColor readable(const QColor& text, double alpha, const QColor& background) {
+  QColor colour = blend(text, alpha, background);
+  while (alpha < 1 && contrast(colour, background) < kMinimumContrast) {
+    alpha = std::min(1.0, alpha + 0.01);
+    colour = blend(text, alpha, background);
+  }
+  return colour;
+}
+
+double contrast(const QColor& a, const QColor& b) {
+  const double la = luminance(a);
+  const double lb = luminance(b);
+  return (std::max(la, lb) + 0.05) / (std::min(la, lb) + 0.05);
 }
 
 QPainterPath continuousRoundedRect(const QRectF& rect, double radius) {

@@ -16,10 +16,20 @@ namespace kestravine::style {
 QFont systemFont(double size, QFont::Weight weight = QFont::Normal);
 QFont monospaceFont(double size);
 
-// Text colours by role: the primary text colour, and weaker levels of it.
+// Text colours by role, on the window's background: the primary text colour, and weaker levels
+// of it, opaque. A weaker level never drops below a contrast of 4.5:1 (WCAG AA for small text):
+// where the theme's colours leave too little room, it is made stronger.
 QColor primary(const QPalette& palette);
 QColor secondary(const QPalette& palette);
 QColor tertiary(const QPalette& palette);
+
+// `top` laid over `bottom` at `alpha`, as compositing would; opaque.
+QColor blend(const QColor& top, double alpha, const QColor& bottom);
+// `text` laid over `background` at `alpha`, as compositing would; the alpha is raised as far as
+// needed for 4.5:1 against the background, up to opaque.
+QColor readable(const QColor& text, double alpha, const QColor& background);
+// The contrast ratio of two opaque colours, from 1 to 21, as WCAG defines it.
+double contrast(const QColor& a, const QColor& b);
 
 // A rounded rectangle whose corners run into the straight edges along a continuous,
 // superelliptic curve rather than a circular arc: each corner spans about 1.53 times `radius`.

@@ -123,7 +123,7 @@ script=$(cat "$tmp/script.pid")
 wait_until window_shown
 id=$(xdotool search --onlyvisible --name '^Kestravine$' | head -n 1)
 xdotool windowactivate --sync "$id" || die "the window could not be activated"
-xdotool key --clearmodifiers Tab space  # the cancel button
+xdotool key --clearmodifiers Escape  # the cancel button
 cancelled=$(date +%s%N)
 wait_until test -s "$tmp/script.term"  # the cancel's SIGTERM reached it, and did not end it
 close_window

@@ -4,6 +4,7 @@
 
 #include <QAccessible>
 #include <QApplication>
+#include <QClipboard>
 #include <QLabel>
 #include <QPushButton>
 #include <QTest>
@@ -13,6 +14,7 @@
 #include "support/ui_wait.h"
 #include "ui/disclosure_button.h"
 #include "ui/log_view.h"
+#include "ui/style.h"
 
 namespace kestravine::testing {
 namespace {
@@ -63,8 +65,9 @@ class ContentViewTest : public ModelTest {
 
 // The arrangements, their texts and buttons, and the details that start collapsed each time.
 // Keyboard: no button has the focus when an arrangement appears (Space and Return do nothing),
-// Tab reaches every button, a focused button is drawn with a mark, retry is the default button.
-// A double click on the install starts one script.
+// but the view, named by the headline; Tab reaches every button and the log, a focused button is
+// drawn with a mark, Return presses the focused button, Escape cancels, retry is the default
+// button. A double click on the install starts one script.
 TEST_F(ContentViewTest, ArrangementsFollowThePhaseAndTheKeyboard) {
   EXPECT_EQ(texts<QLabel>(), (Texts{"Kestravine", "看一眼这台电脑。"}));
   EXPECT_EQ(view->size(), QSize(440, 320));
@@ -75,7 +78,8 @@ TEST_F(ContentViewTest, ArrangementsFollowThePhaseAndTheKeyboard) {
   // Unless `unfocused` is false: no button has the focus, so Space and Return trigger nothing.
   // Then Tab reaches exactly `stops`.
   auto expectKeys = [&](std::set<QWidget*> stops, bool unfocused = true) {
-    if (unfocused) EXPECT_EQ(qobject_cast<QAbstractButton*>(QApplication::focusWidget()), nullptr);
+    if (unfocused) EXPECT_EQ(QApplication::focusWidget(), view.get());
+    EXPECT_EQ(view->accessibleName(), ContentView::titleFor(view->model().headline()));
     if (unfocused) QTest::keyClicks(view.get(), " \r");  // Space, Return
     std::set<QWidget*> reached;
     for (int i = 0; i < 4; ++i) {
@@ -107,11 +111,11 @@ TEST_F(ContentViewTest, ArrangementsFollowThePhaseAndTheKeyboard) {
     for (auto* l : shown<QLabel>()) EXPECT_EQ(l->textFormat(), Qt::PlainText);
     EXPECT_EQ(shown<LogView>().size(), 1);
     EXPECT_EQ(texts<QPushButton>(), (Texts{"取消"}));
-    expectKeys({button("取消")});
+    expectKeys({button("取消"), shown<LogView>()[0]});
     EXPECT_TRUE(view->model().canCancel());
-    // Tab, then Space: cancel; or a click.
-    first ? QTest::keyClick(QApplication::focusWidget(), Qt::Key_Space)
-          : button("取消", false)->click();
+    // Tab to the button, then Return: cancel; or Escape.
+    first ? QTest::keyClick(QApplication::focusWidget(), Qt::Key_Return)
+          : QTest::keyClick(view.get(), Qt::Key_Escape);
     ASSERT_NE(button("再试一次", false), nullptr);  // at once, before any further input
     EXPECT_TRUE(button("再试一次", false)->isDefault());
     EXPECT_EQ(texts<QLabel>()[1], "停下了。什么都没改坏，再点一次可以重来。");
@@ -119,10 +123,11 @@ TEST_F(ContentViewTest, ArrangementsFollowThePhaseAndTheKeyboard) {
     ASSERT_NE(toggle(), nullptr);
     EXPECT_EQ(toggle()->text(), "详情");
     expectKeys({button("再试一次"), toggle()}, false);
-    toggle()->click();
+    toggle()->setFocus();
+    QTest::keyClick(toggle(), Qt::Key_Return);  // toggles, rather than retrying
     ASSERT_TRUE(waitFor([&] { return shown<LogView>().size() == 1; }));
-    EXPECT_EQ(shown<LogView>()[0]->scrollBar()->value(), 0);  // from the top
-    QTest::keyClick(view.get(), Qt::Key_Return);              // the default button: retry
+    view->setFocus();
+    QTest::keyClick(view.get(), Qt::Key_Return);  // the default button: retry
     ASSERT_NE(button("安装并打开", false), nullptr);
     EXPECT_TRUE(view->model().lines().empty());
   }
@@ -141,10 +146,12 @@ TEST_F(ContentViewTest, WhileProbingThereIsNoCancelRowAndTheStatusKeepsToTwoLine
   EXPECT_EQ(status.count('\n'), 1);
 }
 
-// The look: a theme change recolours every text and the log's indicator; the details box keeps
-// its 130 and its 12 to the retry row even when that is taller than the window; screen readers
-// see the buttons, the texts, the toggle's state and the log's last lines.
-TEST_F(ContentViewTest, ThemeLayoutAndAccessibility) {
+// The look: a theme change recolours every text and the log's indicator, and every text stands
+// out from its background by 4.5:1 in a light and a dark theme; the details open on their last
+// line, and their box keeps its 130 and its 12 to the retry row even when that is taller than
+// the window; screen readers see the buttons, the texts, the toggle's expanded state (never a
+// checked one) and the log's whole text; the log scrolls by key and copies all its lines.
+TEST_F(ContentViewTest, ThemeLayoutAccessibilityAndTheLog) {
   showWithScript("seq 30; exit 3")->click();
   ASSERT_NE(button("再试一次"), nullptr);
   // Lines may still arrive after the exit: wait for all of them, so that the expanded log
@@ -158,27 +165,56 @@ TEST_F(ContentViewTest, ThemeLayoutAndAccessibility) {
   EXPECT_EQ(name(toggle()), "详情");
   EXPECT_TRUE(details->state().expandable && details->state().collapsed);
   details->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
-  EXPECT_TRUE(details->state().expanded);
+  EXPECT_TRUE(details->state().expanded && !details->state().checkable);
   ASSERT_TRUE(waitFor([&] { return shown<LogView>().size() == 1; }));
   LogView* log = shown<LogView>()[0];
-  EXPECT_EQ(name(log), "26\n27\n28\n29\n30");
+  QString all;
+  for (int i = 1; i <= 30; ++i) all += QString::number(i) + (i < 30 ? "\n" : "");
+  auto* text = QAccessible::queryAccessibleInterface(log)->textInterface();
+  ASSERT_NE(text, nullptr);
+  EXPECT_EQ(text->text(0, text->characterCount()), all);
+  EXPECT_EQ(name(log), "日志");
   EXPECT_EQ(name(button("再试一次")), "再试一次");
   EXPECT_TRUE(name(shown<QLabel>()[1]).startsWith("没能装完（退出码 3）"));
 
   QApplication::processEvents();
   EXPECT_EQ(log->height(), 130);
+  EXPECT_GT(log->endPosition(), 0);
+  EXPECT_EQ(log->scrollBar()->value(), log->endPosition());  // the last line in view
+  log->setFocus();
+  for (auto [key, position] : {std::pair{Qt::Key_Home, 0},
+                               {Qt::Key_PageDown, log->height()},
+                               {Qt::Key_Up, log->height() - log->scrollBar()->singleStep()}}) {
+    QTest::keyClick(log, key);
+    EXPECT_EQ(log->scrollBar()->value(), position) << key;
+  }
+  QTest::keySequence(log, QKeySequence::Copy);
+  EXPECT_EQ(QGuiApplication::clipboard()->text(), all + "\n");
   EXPECT_EQ(button("再试一次")->parentWidget()->mapTo(view.get(), QPoint()).y() -
                 log->mapTo(view.get(), QPoint(0, log->height())).y(),
             12);
 
   const QPalette light = QApplication::palette();
-  for (const QColor text : {QColor(0xe8, 0xe8, 0xea), QColor(Qt::black)}) {
+  // Dark: a dark window and base under light text; light: the reverse.
+  const std::tuple<QColor, QColor, QColor> themes[] = {
+      {QColor(0xe8, 0xe8, 0xea), QColor(0x32, 0x32, 0x34), QColor(0x1e, 0x1e, 0x20)},
+      {QColor(Qt::black), QColor(0xef, 0xef, 0xef), QColor(Qt::white)},
+  };
+  for (const auto& [text, window, base] : themes) {
     QPalette palette = light;
     palette.setColor(QPalette::WindowText, text);
+    palette.setColor(QPalette::Window, window);
+    palette.setColor(QPalette::Base, base);
     QApplication::setPalette(palette);
     QApplication::processEvents();
-    for (auto* l : shown<QLabel>())
-      EXPECT_EQ(l->palette().color(QPalette::WindowText).rgb(), text.rgb());
+    const QColor box = style::blend(base, 0.5, window);
+    for (auto* l : shown<QLabel>()) {
+      const QColor shownAs = l->palette().color(QPalette::WindowText);
+      EXPECT_GE(style::contrast(shownAs, window), 4.5) << l->text().toStdString();
+      // The text's own colour, weakened by its role.
+      EXPECT_GT(style::contrast(shownAs, text), 1.0 - 1e-9);
+    }
+    EXPECT_GE(style::contrast(log->rowColour(), box), 4.5);
     EXPECT_TRUE(log->scrollBar()->styleSheet().contains(
         QString("rgba(%1, %2, %3").arg(text.red()).arg(text.green()).arg(text.blue())));
   }
