@@ -1,7 +1,8 @@
 // The launcher's entry: one window, its content following the install flow, and optionally the
 // snapshot mode. Returns 0 when the window closes (once a running command has ended), the
-// launcher opened the application, a snapshot was taken, or --help or --version answered; 1 when
-// there is no desktop to show the window on.
+// launcher opened the application, a snapshot was taken, --help or --version answered, or a
+// launcher already running for the same product home was asked to come forward; 1 when there is
+// no desktop to show the window on, or that launcher does not answer.
 #include <fontconfig/fontconfig.h>
 #include <QApplication>
 #include <QIcon>
@@ -14,8 +15,10 @@
 #include "app/command_line.h"
 #include "app/display_guard.h"
 #include "app/main_window.h"
+#include "app/single_instance.h"
 #include "app/snapshot.h"
 #include "app/termination_signals.h"
+#include "env/ctx.h"
 #include "platform/qt_platform.h"
 #include "ui/content_view.h"
 
@@ -50,6 +53,9 @@ int main(int argc, char** argv) {
         stderr);
     return 1;
   }
+  // One launcher per product home: a later one only brings the first one's window forward.
+  kestravine::SingleInstance instance(kestravine::Ctx::kestravineHome());
+  if (instance.answer() != kestravine::SingleInstance::Answer::first) return instance.report();
   // Qt reads the font configuration the first time it needs a font, which for this window is
   // before it can be shown; reading it here, while the application connects to the display,
   // takes that off the way to the window. fontconfig's initialisation is thread-safe.
@@ -72,6 +78,7 @@ int main(int argc, char** argv) {
   kestravine::TerminationSignals termination([&window] { window.close(); });
   window.present();
   guard.reset();
+  instance.serve([&window](const QString& token) { return !window.comeForward(token); });
   kestravine::snapshot::arm(window.content(), qEnvironmentVariable("KESTRAVINE_LAUNCHER_SHOT"));
   return QApplication::exec();
 }

@@ -36,9 +36,15 @@ void MainWindow::present() {
   activateWindow();
 }
 
-}  // namespace kestravine
-
-namespace kestravine {
+bool MainWindow::comeForward(const QString& activationToken) {
+  if (closed_) return false;
+  // Qt's Wayland plugin activates with this token, once, when asked to activate a window.
+  if (!activationToken.isEmpty()) qputenv("XDG_ACTIVATION_TOKEN", activationToken.toUtf8());
+  showNormal();
+  raise();
+  activateWindow();
+  return true;
+}
 
 void MainWindow::closeEvent(QCloseEvent* event) {
   event->accept();

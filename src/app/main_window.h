@@ -21,6 +21,10 @@ class MainWindow final : public QWidget {
   ContentView* content() const { return content_; }
   // Centres the window and brings it to the front.
   void present();
+  // Another launch of the same product home: brings the window to the front, passing the
+  // activation token that launch's desktop gave it (needed on Wayland), unless the window was
+  // closed. Returns false then: the launcher is finishing a command without its window.
+  bool comeForward(const QString& activationToken);
 
  protected:
   void closeEvent(QCloseEvent* event) override;

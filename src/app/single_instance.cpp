@@ -1,0 +1,197 @@
+#include "app/single_instance.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <QCryptographicHash>
+#include <QSocketNotifier>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <thread>
+
+namespace kestravine {
+
+namespace {
+
+// How long a later launcher waits for the first one's answer; the first answers from its event
+// loop, which a long frame may hold up.
+constexpr int kAnswerMilliseconds = 3000;
+// Tries of lock-or-connect: the first may end between a later one's lock and its connect.
+constexpr int kTries = 50;
+constexpr std::size_t kMaxTokenBytes = 4096;
+
+// The user's own place for the guard's files; empty if there is none to be had safely.
+std::string runtimeDirectory() {
+  std::string base;
+  if (const char* runtime = std::getenv("XDG_RUNTIME_DIR"); runtime && runtime[0] == '/') {
+    base = std::string(runtime) + "/kestravine-launcher";
+  } else {
+    base = "/tmp/kestravine-launcher-" + std::to_string(::getuid());
+  }
+  ::mkdir(base.c_str(), 0700);
+  struct stat info {};
+  // Ours alone: not a link, not made by another user, closed to others.
+  if (::lstat(base.c_str(), &info) != 0 || !S_ISDIR(info.st_mode) || info.st_uid != ::getuid() ||
+      (info.st_mode & 077) != 0)
+    return {};
+  return base;
+}
+
+// The home's name in the guard's files: the same for every path to the same folder, also one
+// that does not exist yet.
+std::string homeKey(const std::string& home) {
+  std::error_code error;
+  std::filesystem::path path = std::filesystem::weakly_canonical(home, error);
+  if (error) path = std::filesystem::absolute(home, error).lexically_normal();
+  if (!path.has_filename() && path.has_relative_path()) path = path.parent_path();  // "dir/"
+  const QByteArray hash = QCryptographicHash::hash(QByteArray::fromStdString(path.string()),
+                                                   QCryptographicHash::Sha256);
+  return hash.toHex().left(32).toStdString();
+}
+
+std::optional<sockaddr_un> socketAddress(const std::string& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (path.size() >= sizeof address.sun_path) return std::nullopt;
+  std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+  return address;
+}
+
+int listenAt(const std::string& path) {
+  const auto address = socketAddress(path);
+  if (!address) return -1;
+  const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (fd < 0) return -1;
+  ::unlink(path.c_str());  // left by a launcher that ended: the lock says nobody uses it
+  if (::bind(fd, reinterpret_cast<const sockaddr*>(&*address), sizeof *address) != 0 ||
+      ::listen(fd, 8) != 0) {
+    ::close(fd);
+    return -1;
+  }
+  return fd;
+}
+
+// Tells the launcher listening at `path` about this launch; its answer, or none if nobody
+// listens there.
+std::optional<SingleInstance::Answer> askFirst(const std::string& path) {
+  const auto address = socketAddress(path);
+  if (!address) return std::nullopt;
+  const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (fd < 0) return std::nullopt;
+  if (::connect(fd, reinterpret_cast<const sockaddr*>(&*address), sizeof *address) != 0) {
+    ::close(fd);
+    return std::nullopt;
+  }
+  const char* token = std::getenv("XDG_ACTIVATION_TOKEN");
+  const std::string request = std::string(token ? token : "") + "\n";
+  (void)!::send(fd, request.data(), request.size(), MSG_NOSIGNAL);
+  std::string reply;
+  const auto deadline =
+      std::chrono::steady_clock::now() + std::chrono::milliseconds(kAnswerMilliseconds);
+  while (reply.find('\n') == std::string::npos) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        deadline - std::chrono::steady_clock::now());
+    pollfd readable{fd, POLLIN, 0};
+    if (left.count() <= 0 || ::poll(&readable, 1, static_cast<int>(left.count())) <= 0) break;
+    char buffer[64];
+    const ssize_t n = ::read(fd, buffer, sizeof buffer);
+    if (n <= 0) break;
+    reply.append(buffer, static_cast<std::size_t>(n));
+  }
+  ::close(fd);
+  if (reply.starts_with("finishing\n")) return SingleInstance::Answer::finishing;
+  if (reply.starts_with("shown\n")) return SingleInstance::Answer::shown;
+  return SingleInstance::Answer::unknown;
+}
+
+}  // namespace
+
+SingleInstance::SingleInstance(const std::string& home) {
+  const std::string dir = runtimeDirectory();
+  if (dir.empty()) return;
+  const std::string base = dir + "/" + homeKey(home);
+  lock_ = ::open((base + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  if (lock_ < 0) return;
+  for (int attempt = 0; attempt < kTries; ++attempt) {
+    if (::flock(lock_, LOCK_EX | LOCK_NB) == 0) {
+      listener_ = listenAt(base + ".socket");
+      return;
+    }
+    if (auto answer = askFirst(base + ".socket")) {
+      answer_ = *answer;
+      return;
+    }
+    // The holder is between taking the lock and listening, or has just ended.
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  answer_ = Answer::unknown;
+}
+
+SingleInstance::~SingleInstance() {
+  if (listener_ >= 0) ::close(listener_);
+  if (lock_ >= 0) ::close(lock_);
+}
+
+void SingleInstance::serve(std::function<bool(const QString& token)> onLaunch) {
+  if (answer_ != Answer::first || listener_ < 0) return;
+  ::fcntl(listener_, F_SETFL, ::fcntl(listener_, F_GETFL) | O_NONBLOCK);
+  // Lives as long as the process: it answers until the very end, after the window has gone.
+  auto* listening = new QSocketNotifier(listener_, QSocketNotifier::Read);
+  QObject::connect(listening, &QSocketNotifier::activated, [this, onLaunch] {
+    const int fd = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+    if (fd < 0) return;
+    auto* reading = new QSocketNotifier(fd, QSocketNotifier::Read);
+    auto request = std::make_shared<std::string>();
+    QObject::connect(reading, &QSocketNotifier::activated, [reading, fd, request, onLaunch] {
+      char buffer[512];
+      const ssize_t n = ::read(fd, buffer, sizeof buffer);
+      if (n > 0) request->append(buffer, static_cast<std::size_t>(n));
+      const std::size_t end = request->find('\n');
+      if (n < 0 && errno == EAGAIN) return;
+      if (end == std::string::npos && n > 0 && request->size() <= kMaxTokenBytes) return;
+      if (end != std::string::npos) {
+        const bool finishing = onLaunch(QString::fromStdString(request->substr(0, end)));
+        const std::string_view answer = finishing ? "finishing\n" : "shown\n";
+        (void)!::send(fd, answer.data(), answer.size(), MSG_NOSIGNAL);
+      }
+      reading->setEnabled(false);
+      reading->deleteLater();
+      ::close(fd);
+    });
+  });
+}
+
+int SingleInstance::report() const {
+  switch (answer_) {
+    case Answer::first:
+    case Answer::shown:
+      if (::isatty(STDOUT_FILENO))
+        std::fputs(
+            "kestravine-launcher：这个产品目录已经有一个启动器在运行，已把它的窗口带到前面。\n",
+            stdout);
+      return 0;
+    case Answer::finishing:
+      std::fputs(
+          "kestravine-launcher：上一个启动器关了窗口，还在等它的命令结束；结束以后再打开。\n",
+          stderr);
+      return 0;
+    case Answer::unknown:
+      break;
+  }
+  std::fputs("kestravine-launcher：这个产品目录已经有一个启动器在运行，但它没有回应。\n", stderr);
+  return 1;
+}
+
+}  // namespace kestravine

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <QString>
+#include <functional>
+#include <string>
+
+namespace kestravine {
+
+// One launcher per product home, as the desktop's second activation of a running application
+// only brings its window forward.
+//
+// The first launcher for a home takes a lock (flock) on a file in the user's runtime directory
+// ($XDG_RUNTIME_DIR/kestravine-launcher, or a private /tmp/kestravine-launcher-<uid>) and
+// listens on a local socket beside it. The kernel drops the lock when the process ends, however
+// it ends, so a crashed or killed launcher never blocks the next; the lock is held until the
+// launcher ends, also while it waits windowless for a command after its window was closed.
+// Homes are told apart by canonical path. A later launcher for the same home finds the lock
+// taken, hands the activation token its desktop gave it (XDG_ACTIVATION_TOKEN) to the first,
+// and learns whether that one brought its window forward or is finishing without one.
+//
+// Threading: GUI thread only. The descriptors are close-on-exec and never reach a child.
+class SingleInstance {
+ public:
+  enum class Answer { first, shown, finishing, unknown };
+
+  // Takes the guard for `home`, or asks the launcher holding it to come forward. Runs before
+  // the application exists, and needs no display. Without a runtime place of its own the
+  // launcher runs unguarded, as the first.
+  explicit SingleInstance(const std::string& home);
+  ~SingleInstance();
+  SingleInstance(const SingleInstance&) = delete;
+  SingleInstance& operator=(const SingleInstance&) = delete;
+
+  Answer answer() const { return answer_; }
+
+  // The first launcher, once the application exists: `onLaunch` runs for each later launch of
+  // the same home with its activation token, and returns true if this launcher is finishing
+  // (its window closed) rather than showing its window.
+  void serve(std::function<bool(const QString& token)> onLaunch);
+
+  // A later launcher: says what became of this launch (on stderr when the first is finishing,
+  // on stdout when there is a terminal to read it otherwise). Returns the exit status.
+  int report() const;
+
+ private:
+  Answer answer_ = Answer::first;
+  int lock_ = -1;
+  int listener_ = -1;
+};
+
+}  // namespace kestravine
