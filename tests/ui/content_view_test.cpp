@@ -195,10 +195,12 @@ TEST_F(ContentViewTest, ThemeLayoutAccessibilityAndTheLog) {
             12);
 
   const QPalette light = QApplication::palette();
-  // Dark: a dark window and base under light text; light: the reverse.
+  // Dark: a dark window and base under light text; light: the reverse; and a grey text that
+  // leaves the weaker levels no room at all.
   const std::tuple<QColor, QColor, QColor> themes[] = {
       {QColor(0xe8, 0xe8, 0xea), QColor(0x32, 0x32, 0x34), QColor(0x1e, 0x1e, 0x20)},
       {QColor(Qt::black), QColor(0xef, 0xef, 0xef), QColor(Qt::white)},
+      {QColor(0x70, 0x70, 0x70), QColor(0xfa, 0xfa, 0xfa), QColor(Qt::white)},
   };
   for (const auto& [text, window, base] : themes) {
     QPalette palette = light;
@@ -209,10 +211,8 @@ TEST_F(ContentViewTest, ThemeLayoutAccessibilityAndTheLog) {
     QApplication::processEvents();
     const QColor box = style::blend(base, 0.5, window);
     for (auto* l : shown<QLabel>()) {
-      const QColor shownAs = l->palette().color(QPalette::WindowText);
-      EXPECT_GE(style::contrast(shownAs, window), 4.5) << l->text().toStdString();
-      // The text's own colour, weakened by its role.
-      EXPECT_GT(style::contrast(shownAs, text), 1.0 - 1e-9);
+      EXPECT_GE(style::contrast(l->palette().color(QPalette::WindowText), window), 4.5)
+          << l->text().toStdString();
     }
     EXPECT_GE(style::contrast(log->rowColour(), box), 4.5);
     EXPECT_TRUE(log->scrollBar()->styleSheet().contains(
