@@ -12,8 +12,9 @@ packages=(
   fonts-noto-cjk libqt6svg6
   zenity yad time libxcb1-dev
   desktop-file-utils lintian appstream
-  # The Wayland platform, so that the tests of unreachable desktops meet it as users do.
-  qt6-wayland
+  # The Wayland platform, which the launcher runs on natively, and a compositor that runs
+  # without a screen, for the end-to-end test on Wayland.
+  qt6-wayland weston
 )
 
 missing=()
