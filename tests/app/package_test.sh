@@ -44,7 +44,7 @@ zcat "$root/share/man/man1/kestravine-launcher.1.gz" | grep -q "^\.TH .*\"kestra
   { echo "the installed launcher does not give the version $version"; exit 1; }
 depends=$(dpkg-deb -f "$deb" Depends)
 echo "depends: $depends"
-for needed in libqt6widgets6 libicu curl procps nodejs; do
+for needed in libqt6widgets6 libicu curl procps nodejs qt6-wayland; do
   [[ $depends == *"$needed"* ]] || { echo "Depends lacks $needed"; exit 1; }
 done
 mkdir -p "$scratch/home"
