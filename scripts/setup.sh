@@ -7,7 +7,7 @@ packages=(
   g++ clang libclang-rt-14-dev cmake ninja-build pkg-config dpkg-dev
   libicu-dev googletest libgtest-dev libgmock-dev libcpp-httplib-dev
   qt6-base-dev libgl-dev libfontconfig-dev
-  curl procps bash
+  curl procps bash iproute2
   xvfb xauth x11-apps x11-utils imagemagick openbox xdotool
   fonts-noto-cjk libqt6svg6
   zenity yad time libxcb1-dev

@@ -60,6 +60,11 @@ class Child {
   // pending. The launcher ends through this, so no cancelled tree outlives it.
   static void afterPendingKills(std::function<void()> task);
 
+  // How many commands, of every Child, still have output or an exit report on the way to the
+  // main queue. Once it is 0, everything they will deliver has been queued: for a caller that
+  // must know that nothing more is coming (tests check what did not happen against it).
+  static std::size_t reportsOnTheirWay();
+
   // True from a successful launch on, also after the command has ended.
   bool isRunning() const;
 

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <condition_variable>
 #include <deque>
@@ -150,7 +151,22 @@ class LineDelivery {
   std::size_t next_ = 0;         // main thread only: its next line
 };
 
-void readOutput(int fd, std::shared_ptr<LineDelivery> delivery) {
+// One command whose output or exit report is still on its way to the main queue. Each thread
+// that delivers one of them holds it until after its last post, so the count drops only once
+// both have been queued.
+class OnItsWay {
+ public:
+  OnItsWay() { ++count(); }
+  ~OnItsWay() { --count(); }
+  OnItsWay(const OnItsWay&) = delete;
+  OnItsWay& operator=(const OnItsWay&) = delete;
+  static std::atomic<std::size_t>& count() {
+    static std::atomic<std::size_t> commands{0};
+    return commands;
+  }
+};
+
+void readOutput(int fd, std::shared_ptr<LineDelivery> delivery, std::shared_ptr<OnItsWay>) {
   LineSplitter splitter;
   Batch lines;
   const LineSplitter::LineSink collect = [&lines](std::string_view line) {
@@ -257,7 +273,8 @@ struct Child::Process {
     return signalled;
   }
 
-  static void watchExit(std::shared_ptr<Process> self, std::function<void(std::int32_t)> onExit) {
+  static void watchExit(std::shared_ptr<Process> self, std::function<void(std::int32_t)> onExit,
+                        std::shared_ptr<OnItsWay>) {
     // Wait without reaping first, then reap under the lock, so the pid stays ours until then.
     siginfo_t info{};
     while (waitid(P_PID, static_cast<id_t>(self->pid), &info, WEXITED | WNOWAIT) < 0 &&
@@ -295,13 +312,14 @@ void Child::start(const std::string& program, const std::vector<std::string>& ar
   if (pid >= 0) {
     try {
       auto delivery = std::make_shared<LineDelivery>(onLine);
+      auto onItsWay = std::make_shared<OnItsWay>();
       proc_->pid = pid;
-      std::thread(Process::watchExit, proc_, onExit).detach();
+      std::thread(Process::watchExit, proc_, onExit, onItsWay).detach();
       {
         std::lock_guard lock(lock_);
         runningFlag_ = true;
       }
-      std::thread(readOutput, fds[0], std::move(delivery)).detach();
+      std::thread(readOutput, fds[0], std::move(delivery), std::move(onItsWay)).detach();
       return;
     } catch (const std::system_error&) {
       // No thread to be had: nobody could read the output or report the exit, so the command
@@ -336,6 +354,10 @@ void Child::cancel() {
 
 void Child::afterPendingKills(Task task) {
   PendingKills::instance().wait(std::move(task));
+}
+
+std::size_t Child::reportsOnTheirWay() {
+  return OnItsWay::count();
 }
 
 bool Child::isRunning() const {

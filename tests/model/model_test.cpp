@@ -190,6 +190,18 @@ TEST_F(ProbeTest, ProbesUntilTheApplicationAnswersThenOpensAndQuits) {
 using ModelEnvOddValues = ModelTest;
 
 TEST_F(ModelEnvOddValues, ValuesPassAsSetAndTheProbeOfTheBasePortGivesUp) {
+  // Nobody may answer at 5199: a socket bound there that never listens has every connection
+  // refused. The entry runs in a network of its own where the machine allows it; elsewhere a
+  // program listening there already (the demo product) would answer the probe.
+  const int holder = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  address.sin_port = htons(5199);
+  if (bind(holder, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+    close(holder);
+    GTEST_SKIP() << "127.0.0.1:5199 is taken by another program, which could answer the probe";
+  }
   EXPECT_EQ(home(), std::string(std::getenv("HOME")) + "/.kestravine");
   EXPECT_EQ(Ctx::portOffset(), 0);
   setenv("KESTRAVINE_SKIP_ATTEST", "changed", 1);  // the script gets the value at start
@@ -208,6 +220,7 @@ TEST_F(ModelEnvOddValues, ValuesPassAsSetAndTheProbeOfTheBasePortGivesUp) {
   fresh();  // the service start too gets the offset the launcher uses, not the one it was given
   start(false, "echo $ZORVEL_PORT_OFFSET > '" + record() + "/offset'");
   EXPECT_EQ(readFile(record() + "/offset"), "0\n");
+  close(holder);
 }
 
 // KESTRAVINE_HOME holds blanks, quotes and a command substitution; KESTRAVINE_NO_OPEN is "1".

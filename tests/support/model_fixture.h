@@ -10,6 +10,7 @@
 
 #include "env/ctx.h"
 #include "model/model.h"
+#include "process/child.h"
 #include "support/processes.h"
 #include "support/test_platform.h"
 #include "support/test_server.h"
@@ -90,10 +91,11 @@ class ModelTest : public ::testing::Test {
       platform().advanceToNextTimer();
     }
   }
-  // Runs the main queue for 0.3 s of real time, so that reports already on their way (a
-  // cancelled run's late exit) arrive; one that came later would weaken the check, not break it.
-  static void settle() {
-    platform().runUntil([] { return false; }, std::chrono::milliseconds(300));
+  // Runs the main queue until every command's output and exit report have arrived, but for
+  // `running` commands still under way: what a check of what did not happen must wait for.
+  static void settle(std::size_t running = 0) {
+    ASSERT_TRUE(platform().runUntil([&] { return Child::reportsOnTheirWay() <= running; }));
+    platform().runUntil([] { return true; });  // what the last of them queued
   }
   int quits() const { return platform().quitCount() - quitsBefore_; }
   int opened() const { return static_cast<int>(platform().openedUrls().size() - openedBefore_); }
