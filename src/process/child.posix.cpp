@@ -343,7 +343,7 @@ void Child::cancel() {
     if (!runningFlag_) return;
   }
   auto terminated = proc_->terminate();
-  if (!terminated) return;  // already ended and reaped
+  if (!terminated) return;  // ended and reaped, and nothing carries its mark
   PendingKills::instance().add();
   platform().runInBackgroundAfter(std::chrono::duration_cast<Delay>(kKillDelay),
                                   [proc = proc_, terminated = std::move(*terminated)] {
