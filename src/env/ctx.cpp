@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <vector>
 
-#include "env/decimal.h"
+#include "text/decimal.h"
 #include "env/environment.h"
 #include "env/executable_path.h"
 

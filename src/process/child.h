@@ -13,6 +13,8 @@
 
 namespace kestravine {
 
+class CommandProcess;
+
 // One external command: runs it with the product's search path and extra variables, delivers
 // its merged stdout and stderr as cleaned, non-empty lines and its exit status, and can stop it
 // together with every process it started.
@@ -22,7 +24,7 @@ namespace kestravine {
 // start(); lines come in slices of at most a few milliseconds, each slice a task of its own. One
 // output reader thread and one exit watcher thread per command hold only the pipe, the callbacks
 // and the shared process record, never the Child: a Child destroyed while its command runs leaves
-// the command, its output and its exit report running. `lock_` guards only the two flags; no
+// the command, its output and its exit report running. `lock_` guards only the running flag; no
 // callback and no other lock runs under it.
 class Child {
  public:
@@ -72,12 +74,9 @@ class Child {
   // Any thread.
   static std::vector<pid_t> descendants(pid_t root);
 
-  struct Process;
-
  private:
-  std::shared_ptr<Process> proc_;
+  std::shared_ptr<CommandProcess> proc_;
   mutable std::mutex lock_;
-  bool killed_ = false;       // guarded by lock_; records a cancel, consulted by nobody
   bool runningFlag_ = false;  // guarded by lock_
 };
 

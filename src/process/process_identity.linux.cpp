@@ -6,9 +6,9 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "env/decimal.h"
-#include "process/proc_directory.h"
-#include "process/system_calls.h"
+#include "system/proc_directory.h"
+#include "system/system_calls.h"
+#include "text/decimal.h"
 
 namespace kestravine {
 

@@ -1,13 +1,10 @@
 #include "process/process_listing.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <string>
 
-#include "env/decimal.h"
-#include "process/spawn.h"
+#include "system/spawn.h"
+#include "system/system_calls.h"
+#include "text/decimal.h"
 
 namespace kestravine::process_listing {
 
@@ -74,25 +71,10 @@ std::vector<pid_t> descendants(const std::unordered_map<pid_t, pid_t>& parents, 
 }
 
 std::string read() {
-  int fds[2];
-  if (pipe2(fds, O_CLOEXEC) != 0) return {};
-  SpawnRequest request{"/bin/ps", {"-A", "-o", "pid=,ppid="}, std::nullopt, std::nullopt, fds[1]};
-  SpawnResult spawned = spawnProcess(request);
-  // Closing our write end now lets the read below end at the listing's end, or at once if
-  // "/bin/ps" could not be started.
-  close(fds[1]);
-  std::string output;
-  char buffer[16384];
-  for (;;) {
-    ssize_t n = ::read(fds[0], buffer, sizeof buffer);
-    if (n > 0) {
-      output.append(buffer, static_cast<std::size_t>(n));
-    } else if (n == 0 || errno != EINTR) {
-      break;
-    }
-  }
-  close(fds[0]);
-  if (spawned.pid > 0) waitForExit(spawned.pid);
+  auto listing = spawnWithOutput({"/bin/ps", {"-A", "-o", "pid=,ppid="}, {}, {}, -1});
+  if (listing.pid < 0) return {};  // an empty listing, at once
+  std::string output = system_calls::readToEnd(listing.output.get());
+  waitForExit(listing.pid);
   return output;
 }
 

@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <random>
 
-#include "process/proc_directory.h"
+#include "system/proc_directory.h"
 
 namespace kestravine {
 

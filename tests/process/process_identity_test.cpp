@@ -6,8 +6,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "process/spawn.h"
-#include "process/system_calls.h"
+#include "system/spawn.h"
+#include "system/system_calls.h"
 
 namespace kestravine {
 namespace {

@@ -1,4 +1,4 @@
-#include "env/plain.h"
+#include "text/plain.h"
 
 #include <unicode/brkiter.h>
 #include <unicode/uchar.h>

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "system/unique_fd.h"
+
 namespace kestravine {
 
 struct SpawnRequest {
@@ -26,6 +28,16 @@ struct SpawnResult {
   int error = 0;
 };
 SpawnResult spawnProcess(const SpawnRequest& request);
+
+// Starts a process as spawnProcess() does, with its stdout and stderr into a new pipe; gives the
+// pid and the pipe's read end. Only the process (and what it starts) holds the write end, so a
+// reader sees the end of the output when they are done with it. A pid of -1, and no read end,
+// when the pipe or the launch failed.
+struct SpawnedWithOutput {
+  pid_t pid = -1;
+  UniqueFd output;
+};
+SpawnedWithOutput spawnWithOutput(SpawnRequest request);
 
 // Waits for `pid` to end and reaps it. Returns the exit code, or the signal number that ended
 // it. Retries on EINTR.

@@ -1,4 +1,4 @@
-#include "process/spawn.h"
+#include "system/spawn.h"
 
 #include <fcntl.h>
 #include <signal.h>
@@ -7,6 +7,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+
+#include "system/system_calls.h"
 
 extern char** environ;
 
@@ -87,6 +89,16 @@ SpawnResult spawnProcess(const SpawnRequest& request) {
   return result;
 }
 
+SpawnedWithOutput spawnWithOutput(SpawnRequest request) {
+  auto pipe = system_calls::makePipe();
+  if (!pipe) return {};
+  request.outputFd = pipe->write.get();
+  const pid_t pid = spawnProcess(request).pid;
+  pipe->write.reset();
+  if (pid < 0) return {};
+  return {pid, std::move(pipe->read)};
+}
+
 int exitCodeFromStatus(int status) {
   if (WIFEXITED(status)) return WEXITSTATUS(status);
   if (WIFSIGNALED(status)) return WTERMSIG(status);
@@ -95,9 +107,7 @@ int exitCodeFromStatus(int status) {
 
 int waitForExit(pid_t pid) {
   int status = 0;
-  while (waitpid(pid, &status, 0) < 0) {
-    if (errno != EINTR) return 127;
-  }
+  if (system_calls::retryOnInterrupt([&] { return ::waitpid(pid, &status, 0); }) < 0) return 127;
   return exitCodeFromStatus(status);
 }
 

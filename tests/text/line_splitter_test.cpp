@@ -1,4 +1,4 @@
-#include "process/line_splitter.h"
+#include "text/line_splitter.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,6 @@
-#include "process/system_calls.h"
+#include "system/system_calls.h"
 
+#include <fcntl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -20,5 +21,22 @@ int realPidfdSendSignal(int pidfd, int signal) {
 
 int (*pidfdOpen)(pid_t) = realPidfdOpen;
 int (*pidfdSendSignal)(int, int) = realPidfdSendSignal;
+
+std::optional<Pipe> makePipe(int flags) {
+  int fds[2];
+  if (::pipe2(fds, O_CLOEXEC | flags) != 0) return std::nullopt;
+  return Pipe{UniqueFd(fds[0]), UniqueFd(fds[1])};
+}
+
+std::string readToEnd(int fd) {
+  std::string text;
+  char buffer[16384];
+  for (;;) {
+    const ssize_t n = retryOnInterrupt([&] { return ::read(fd, buffer, sizeof buffer); });
+    if (n == 0) return text;
+    if (n < 0) return {};
+    text.append(buffer, static_cast<std::size_t>(n));
+  }
+}
 
 }  // namespace kestravine::system_calls

@@ -1,4 +1,4 @@
-#include "env/utf8_decoder.h"
+#include "text/utf8_decoder.h"
 
 #include <unicode/utf8.h>
 

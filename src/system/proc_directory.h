@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "system/unique_fd.h"
+
 namespace kestravine {
 
 // One process's /proc directory, held open. Every file read through it belongs to the process
@@ -20,20 +22,16 @@ class ProcDirectory {
   // The pids of every process there is now, in no particular order.
   static std::vector<pid_t> allPids();
 
-  ProcDirectory(ProcDirectory&& other) noexcept;
-  ProcDirectory& operator=(ProcDirectory&& other) noexcept;
-  ~ProcDirectory();
-
   pid_t pid() const { return pid_; }
   // The whole file `name`; empty if it cannot be read (the process has gone, it belongs to
   // another user, it is a zombie whose memory is gone).
   std::string read(const char* name) const;
 
  private:
-  ProcDirectory(pid_t pid, int fd) : pid_(pid), fd_(fd) {}
+  ProcDirectory(pid_t pid, UniqueFd fd) : pid_(pid), fd_(std::move(fd)) {}
 
   pid_t pid_;
-  int fd_;
+  UniqueFd fd_;
 };
 
 }  // namespace kestravine

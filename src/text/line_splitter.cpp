@@ -1,6 +1,6 @@
-#include "process/line_splitter.h"
+#include "text/line_splitter.h"
 
-#include "env/plain.h"
+#include "text/plain.h"
 
 namespace kestravine {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "env/utf8_decoder.h"
+#include "text/utf8_decoder.h"
 
 namespace kestravine {
 

@@ -1,4 +1,4 @@
-#include "env/plain.h"
+#include "text/plain.h"
 
 #include <gtest/gtest.h>
 

@@ -1,0 +1,97 @@
+#include "process/child.h"
+
+#include <signal.h>
+
+#include <system_error>
+#include <thread>
+
+#include "env/ctx.h"
+#include "env/environment.h"
+#include "platform/platform.h"
+#include "process/child_environment.h"
+#include "process/command_process.h"
+#include "process/line_delivery.h"
+#include "process/on_its_way.h"
+#include "process/output_reader.h"
+#include "process/pending_kills.h"
+#include "process/process_listing.h"
+#include "system/spawn.h"
+
+namespace kestravine {
+
+namespace {
+
+constexpr auto kKillDelay = std::chrono::seconds(10);
+
+}  // namespace
+
+Child::Child() : proc_(std::make_shared<CommandProcess>()) {}
+
+Child::~Child() = default;
+
+void Child::start(const std::string& program, const std::vector<std::string>& args,
+                  std::optional<std::string> cwd, std::map<std::string, std::string> extraEnv,
+                  std::function<void(std::string)> onLine,
+                  std::function<void(std::int32_t)> onExit) {
+  auto spawned = spawnWithOutput({program, args, std::move(cwd),
+                                  childEnvironment(processEnvironment(), Ctx::kestravineHome(),
+                                                   std::move(extraEnv), proc_->mark()),
+                                  -1});
+  if (spawned.pid >= 0) {
+    try {
+      auto delivery = LineDelivery::create(onLine);
+      auto onItsWay = std::make_shared<OnItsWay>();
+      proc_->setPid(spawned.pid);
+      std::thread(CommandProcess::watchExit, proc_, onExit, onItsWay).detach();
+      {
+        std::lock_guard lock(lock_);
+        runningFlag_ = true;
+      }
+      std::thread(readOutput, std::move(spawned.output), std::move(delivery), std::move(onItsWay))
+          .detach();
+      return;
+    } catch (const std::system_error&) {
+      // No thread to be had: nobody could read the output or report the exit, so the command
+      // must not run. Once the watcher runs, it reaps and reports; before, do it here.
+      if (runningFlag_) return;
+      ::kill(spawned.pid, SIGKILL);
+      waitForExit(spawned.pid);
+    }
+  }
+  platform().post([onLine, line = "起不来：" + program] { onLine(line); });
+  platform().post([onExit = std::move(onExit)] { onExit(127); });
+}
+
+void Child::cancel() {
+  {
+    std::lock_guard lock(lock_);
+    if (!runningFlag_) return;
+  }
+  auto terminated = proc_->terminate();
+  if (!terminated) return;  // ended and reaped, and nothing carries its mark
+  PendingKills::instance().add();
+  platform().runInBackgroundAfter(std::chrono::duration_cast<Delay>(kKillDelay),
+                                  [proc = proc_, terminated = std::move(*terminated)] {
+                                    proc->kill(terminated);
+                                    PendingKills::instance().done();
+                                  });
+}
+
+void Child::afterPendingKills(Task task) {
+  PendingKills::instance().whenNone(std::move(task));
+}
+
+std::size_t Child::reportsOnTheirWay() {
+  return OnItsWay::count();
+}
+
+bool Child::isRunning() const {
+  std::lock_guard lock(lock_);
+  return runningFlag_;
+}
+
+std::vector<pid_t> Child::descendants(pid_t root) {
+  return process_listing::descendants(process_listing::parse(process_listing::read()), root);
+}
+
+}  // namespace kestravine

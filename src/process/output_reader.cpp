@@ -1,0 +1,38 @@
+#include "process/output_reader.h"
+
+#include <unistd.h>
+
+#include <vector>
+
+#include "system/system_calls.h"
+#include "text/line_splitter.h"
+
+namespace kestravine {
+
+namespace {
+
+constexpr std::size_t kChunkSize = 64 * 1024;
+
+}  // namespace
+
+void readOutput(UniqueFd pipe, std::shared_ptr<LineDelivery> delivery,
+                std::shared_ptr<OnItsWay> /*held until the last post*/) {
+  LineSplitter splitter;
+  LineBatch lines;
+  const LineSplitter::LineSink collect = [&lines](std::string_view line) {
+    lines.text += line;
+    lines.ends.push_back(lines.text.size());
+  };
+  std::vector<char> buffer(kChunkSize);
+  for (;;) {
+    const ssize_t n = system_calls::retryOnInterrupt(
+        [&] { return ::read(pipe.get(), buffer.data(), buffer.size()); });
+    if (n <= 0) break;
+    splitter.feed(std::string_view(buffer.data(), static_cast<std::size_t>(n)), collect);
+    delivery->post(lines);
+  }
+  splitter.finish(collect);
+  delivery->post(lines);
+}
+
+}  // namespace kestravine

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <memory>
+
+#include "process/line_delivery.h"
+#include "process/on_its_way.h"
+#include "system/unique_fd.h"
+
+namespace kestravine {
+
+// Reads a command's merged output from `pipe` until every holder of its write end has closed it,
+// turns it into lines (LineSplitter) and hands each read's lines to `delivery`. Blocks for the
+// life of the output; runs on a thread of its own and holds only what it is given.
+void readOutput(UniqueFd pipe, std::shared_ptr<LineDelivery> delivery,
+                std::shared_ptr<OnItsWay> onItsWay);
+
+}  // namespace kestravine

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cerrno>
+#include <optional>
+#include <string>
+
+#include "system/unique_fd.h"
+
+namespace kestravine::system_calls {
+
+// The system calls the launcher makes beyond the standard library, in one place: what a port to
+// another system replaces (docs/porting.md), and the seam through which tests make a call fail
+// the way a seccomp filter (EPERM) or a full descriptor table (EMFILE) would.
+//
+// Threading: any thread. A test replaces an entry only while no other thread can call it.
+
+// Runs `call` again for as long as a signal interrupts it (-1 with EINTR).
+template <typename Call>
+auto retryOnInterrupt(Call call) {
+  auto result = call();
+  while (result == -1 && errno == EINTR) result = call();
+  return result;
+}
+
+// A pipe whose ends are close-on-exec (and `flags`, such as O_NONBLOCK); none if the system has
+// no descriptor left.
+struct Pipe {
+  UniqueFd read;
+  UniqueFd write;
+};
+std::optional<Pipe> makePipe(int flags = 0);
+
+// Everything `fd` gives until its end. What came before a read error counts as nothing: a /proc
+// file whose process ends while it is read has told nothing reliable.
+std::string readToEnd(int fd);
+
+// pidfd_open(2): a descriptor that keeps naming the process `pid` names now.
+extern int (*pidfdOpen)(pid_t pid);
+// pidfd_send_signal(2).
+extern int (*pidfdSendSignal)(int pidfd, int signal);
+
+}  // namespace kestravine::system_calls

@@ -1,0 +1,75 @@
+#include "process/line_delivery.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <thread>
+
+#include "support/test_platform.h"
+
+namespace kestravine::testing {
+namespace {
+
+LineBatch batchOf(const std::vector<std::string>& lines) {
+  LineBatch batch;
+  for (const auto& line : lines) {
+    batch.text += line;
+    batch.ends.push_back(batch.text.size());
+  }
+  return batch;
+}
+
+// Lines arrive on the main queue whole and in order, batch after batch; a posted batch is
+// emptied, and an empty one queues nothing.
+TEST(LineDelivery, DeliversEveryLineInOrder) {
+  std::vector<std::string> got;
+  auto delivery = LineDelivery::create([&](std::string line) { got.push_back(std::move(line)); });
+  const std::vector<std::vector<std::string>> batches = {{"a", "bc", ""}, {}, {"安装", "d"}};
+  for (const auto& lines : batches) {
+    LineBatch batch = batchOf(lines);
+    delivery->post(batch);
+    EXPECT_TRUE(batch.ends.empty() && batch.text.empty());
+  }
+  ASSERT_TRUE(platform().runUntil([&] { return got.size() == 5; }));
+  EXPECT_EQ(got, (std::vector<std::string>{"a", "bc", "", "安装", "d"}));
+}
+
+// A delivery that takes longer than its slice lets what was queued meanwhile run first.
+TEST(LineDelivery, YieldsTheMainThreadAfterEachSlice) {
+  std::vector<std::string> order;
+  auto delivery = LineDelivery::create([&](std::string line) {
+    if (line == "1") platform().post([&] { order.push_back("other task"); });
+    std::this_thread::sleep_for(LineDelivery::kSlice / 2);  // at least this long a line
+    order.push_back(line);
+  });
+  LineBatch batch = batchOf({"1", "2", "3", "4", "5", "6", "7", "8"});
+  delivery->post(batch);
+  ASSERT_TRUE(platform().runUntil([&] { return order.size() == 9; }));
+  // Three lines take at least a slice and a half: the other task runs before the fourth.
+  EXPECT_LE(std::find(order.begin(), order.end(), "other task") - order.begin(), 3);
+}
+
+// With more than the bound waiting, a reader's post returns only once the main thread has taken
+// lines off: a flooding command waits, as it would for a terminal.
+TEST(LineDelivery, HoldsTheReaderWhileTooMuchWaits) {
+  std::atomic<std::size_t> delivered{0};
+  auto delivery = LineDelivery::create([&](std::string) { ++delivered; });
+  const std::vector<std::string> big(1000, std::string(LineDelivery::kMaxPendingBytes / 999, 'x'));
+  LineBatch first = batchOf(big);
+  delivery->post(first);  // more than the bound, taken since nothing waited
+  std::atomic<std::size_t> deliveredWhenTaken{0};
+  std::atomic<bool> taken{false};
+  std::thread reader([&] {
+    LineBatch next = batchOf({"next"});
+    delivery->post(next);
+    deliveredWhenTaken = delivered.load();
+    taken = true;
+  });
+  ASSERT_TRUE(platform().runUntil([&] { return taken && delivered == big.size() + 1; }));
+  reader.join();
+  EXPECT_GE(deliveredWhenTaken, big.size());
+}
+
+}  // namespace
+}  // namespace kestravine::testing
