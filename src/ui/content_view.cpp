@@ -213,7 +213,10 @@ void ContentView::build(Model::Phase phase) {
     // further input, and it is deleted once that click has been handled.
     column_->layout()->removeWidget(arrangement_);
     arrangement_->hide();
-    arrangement_->deleteLater();
+    // Asked for from the event loop: Qt 6.4 never carries out a deleteLater() made before the
+    // loop runs inside an event (the first arrangement is replaced in the window's show event),
+    // and the hidden arrangement would stay in the tree screen readers walk.
+    QMetaObject::invokeMethod(arrangement_, &QObject::deleteLater, Qt::QueuedConnection);
     status_ = failure_ = nullptr;
     log_ = nullptr;
     cancelRow_ = details_ = nullptr;
