@@ -2,6 +2,12 @@
 
 #include <QAccessibleWidget>
 #include <QCoreApplication>
+#ifdef KESTRAVINE_ATSPI
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusVariant>
+#endif
+#include <utility>
 
 #include "ui/disclosure_button.h"
 #include "ui/log_view.h"
@@ -71,9 +77,13 @@ class DisclosureAccessible final : public QAccessibleWidget {
     s.collapsed = !button()->isExpanded();
     return s;
   }
-  QStringList actionNames() const override { return {pressAction()}; }
+  // Pressed and focused like the push buttons beside it.
+  QStringList actionNames() const override {
+    return QStringList{pressAction()} + QAccessibleWidget::actionNames();
+  }
   void doAction(const QString& name) override {
-    if (name == pressAction()) button()->click();
+    if (name == pressAction()) return button()->click();
+    QAccessibleWidget::doAction(name);
   }
 
  private:
@@ -81,6 +91,11 @@ class DisclosureAccessible final : public QAccessibleWidget {
 };
 
 QAccessibleInterface* factory(const QString& className, QObject* object) {
+  // A window that is a plain QWidget would otherwise be a "filler"; screen readers know a window,
+  // and read its title, by the frame role.
+  if (className == QLatin1String("QWidget") && static_cast<QWidget*>(object)->isWindow()) {
+    return new QAccessibleWidget(static_cast<QWidget*>(object), QAccessible::Window);
+  }
   if (className == QLatin1String(LogView::staticMetaObject.className())) {
     return new LogAccessible(static_cast<LogView*>(object));
   }
@@ -98,6 +113,34 @@ void install() {
     return true;
   }();
   (void)installed;
+}
+
+void expandedChanged(QWidget* widget) {
+  QAccessible::State changed;
+  changed.expanded = true;
+  changed.collapsed = true;
+  QAccessibleStateChangeEvent event(widget, changed);
+  QAccessible::updateAccessibility(&event);
+#ifdef KESTRAVINE_ATSPI
+  // Qt 6 forwards only changes of checked, active, enabled and focused to AT-SPI. The signal
+  // goes out on the connection Qt's bridge opened under the name "a11y" (not connected while
+  // no screen reader runs), so that it comes from the application that owns the object, at
+  // the object path the bridge gives it.
+  const QDBusConnection bus(QStringLiteral("a11y"));
+  QAccessibleInterface* iface = QAccessible::queryAccessibleInterface(widget);
+  if (!bus.isConnected() || iface == nullptr) return;
+  const QString path =
+      QStringLiteral("/org/a11y/atspi/accessible/") + QString::number(QAccessible::uniqueId(iface));
+  const bool expanded = iface->state().expanded;
+  for (const auto& [state, on] :
+       {std::pair{"collapsed", !expanded}, std::pair{"expanded", expanded}}) {
+    QDBusMessage signal = QDBusMessage::createSignal(
+        path, QStringLiteral("org.a11y.atspi.Event.Object"), QStringLiteral("StateChanged"));
+    signal << QString::fromLatin1(state) << static_cast<int>(on) << 0
+           << QVariant::fromValue(QDBusVariant(0)) << QVariantMap();
+    bus.send(signal);
+  }
+#endif
 }
 
 }  // namespace kestravine::accessibility

@@ -1,10 +1,10 @@
 #include "ui/disclosure_button.h"
 
-#include <QAccessible>
 #include <QPainter>
 #include <QPainterPath>
 #include <QStyle>
 
+#include "ui/accessibility.h"
 #include "ui/focus_ring.h"
 #include "ui/return_key.h"
 #include "ui/style.h"
@@ -26,11 +26,7 @@ DisclosureButton::DisclosureButton(const QString& text, QWidget* parent) : QAbst
   return_key::pressesButton(this);
   connect(this, &QAbstractButton::clicked, this, [this] {
     expanded_ = !expanded_;
-    QAccessible::State changed;
-    changed.expanded = true;
-    changed.collapsed = true;
-    QAccessibleStateChangeEvent event(this, changed);
-    QAccessible::updateAccessibility(&event);
+    accessibility::expandedChanged(this);
     update();
     emit expandedChanged(expanded_);
   });
