@@ -15,6 +15,8 @@ packages=(
   # The Wayland platform, which the launcher runs on natively, and a compositor that runs
   # without a screen, for the end-to-end test on Wayland.
   qt6-wayland weston
+  # What a screen reader gets: the accessibility bus and its Python client, in a session bus.
+  dbus dbus-daemon at-spi2-core python3-pyatspi
 )
 
 missing=()
