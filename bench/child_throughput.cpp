@@ -12,7 +12,7 @@
 
 #include "env/executable_path.h"
 #include "measure.h"
-#include "platform/virtual_platform.h"
+#include "support/virtual_platform.h"
 #include "process/child.h"
 
 using namespace kestravine;

@@ -12,7 +12,7 @@
 
 #include "app/main_window.h"
 #include "app/snapshot.h"
-#include "platform/qt_platform.h"
+#include "app/qt_platform.h"
 #include "ui/content_view.h"
 
 int main(int argc, char** argv) {

@@ -12,7 +12,7 @@
 #include <string>
 
 #include "app/snapshot.h"
-#include "platform/qt_platform.h"
+#include "app/qt_platform.h"
 #include "ui/content_view.h"
 #include "ui/disclosure_button.h"
 

@@ -15,11 +15,11 @@
 #include "app/command_line.h"
 #include "app/display_guard.h"
 #include "app/main_window.h"
+#include "app/qt_platform.h"
 #include "app/single_instance.h"
 #include "app/snapshot.h"
 #include "app/termination_signals.h"
 #include "env/ctx.h"
-#include "platform/qt_platform.h"
 #include "ui/content_view.h"
 
 namespace {

@@ -58,7 +58,9 @@ std::string homeKey(const std::string& home) {
   if (!path.has_filename() && path.has_relative_path()) path = path.parent_path();  // "dir/"
   const QByteArray hash = QCryptographicHash::hash(QByteArray::fromStdString(path.string()),
                                                    QCryptographicHash::Sha256);
-  return hash.toHex().left(32).toStdString();
+  // 64 bits tell homes apart; a short name leaves room in a socket's 108-byte path for a long
+  // runtime directory.
+  return hash.toHex().left(16).toStdString();
 }
 
 std::optional<sockaddr_un> socketAddress(const std::string& path) {
@@ -126,10 +128,10 @@ SingleInstance::SingleInstance(const std::string& home) {
   if (lock_ < 0) return;
   for (int attempt = 0; attempt < kTries; ++attempt) {
     if (::flock(lock_, LOCK_EX | LOCK_NB) == 0) {
-      listener_ = listenAt(base + ".socket");
+      listener_ = listenAt(base + ".sock");
       return;
     }
-    if (auto answer = askFirst(base + ".socket")) {
+    if (auto answer = askFirst(base + ".sock")) {
       answer_ = *answer;
       return;
     }

@@ -1,17 +1,17 @@
 #include "app/termination_signals.h"
 
-#include <fcntl.h>
+#include "app/wake_pipe.h"
+
 #include <signal.h>
 #include <unistd.h>
 
-#include <QSocketNotifier>
 #include <atomic>
 
 namespace kestravine {
 
 namespace {
 
-int wakeFds[2] = {-1, -1};
+int wakeFd = -1;
 std::atomic<int> received{0};
 
 // Async-signal-safe only: an atomic, write(), signal() and raise().
@@ -24,21 +24,17 @@ void onSignal(int number) {
     return;
   }
   const auto byte = static_cast<unsigned char>(number);
-  (void)!::write(wakeFds[1], &byte, 1);
+  (void)!::write(wakeFd, &byte, 1);
 }
 
 }  // namespace
 
 TerminationSignals::TerminationSignals(std::function<void()> onSignalRead, QObject* parent)
     : QObject(parent) {
-  if (pipe2(wakeFds, O_CLOEXEC | O_NONBLOCK) != 0) return;  // the signals keep their defaults
-  auto* notifier = new QSocketNotifier(wakeFds[0], QSocketNotifier::Read, this);
-  connect(notifier, &QSocketNotifier::activated, this, [onSignalRead = std::move(onSignalRead)] {
-    unsigned char bytes[16];
-    while (::read(wakeFds[0], bytes, sizeof bytes) > 0) {
-    }
-    onSignalRead();
-  });
+  auto* wake = new WakePipe(
+      [onSignalRead = std::move(onSignalRead)](std::string_view) { onSignalRead(); }, this);
+  if (!wake->isValid()) return;  // the signals keep their defaults
+  wakeFd = wake->writeFd();
   struct sigaction action {};
   action.sa_handler = onSignal;
   sigemptyset(&action.sa_mask);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/virtual_platform.h"
+#include "support/virtual_platform.h"
 
 namespace kestravine::testing {
 

@@ -1,8 +1,8 @@
 #pragma once
 
 #include <QObject>
-#include <QSocketNotifier>
 
+#include "app/wake_pipe.h"
 #include "platform/main_queue.h"
 #include "platform/platform.h"
 
@@ -12,8 +12,8 @@ namespace kestravine {
 // Qt timers, URLs open in the desktop's browser, quitting ends the Qt event loop.
 //
 // Threading: construct on the GUI thread after QApplication. post() from any thread:
-// they only append to the queue and, once per batch, write a byte to a pipe that a socket
-// notifier watches on the GUI thread, so no other thread ever touches a Qt object. Everything
+// they only append to the queue and, once per batch, wake the GUI thread through a WakePipe,
+// so no other thread ever touches a Qt object. Everything
 // else on the GUI thread. Meant to live until the process ends (never destroyed), so that
 // threads still running at exit can post harmlessly.
 class QtPlatform final : public QObject, public Platform {
@@ -29,9 +29,8 @@ class QtPlatform final : public QObject, public Platform {
  private:
   void drain();
 
-  int wakeFds_[2] = {-1, -1};
+  WakePipe wake_;
   MainQueue queue_;
-  QSocketNotifier* notifier_ = nullptr;
 };
 
 }  // namespace kestravine

@@ -1,4 +1,4 @@
-#include "platform/virtual_platform.h"
+#include "support/virtual_platform.h"
 
 #include <algorithm>
 #include <thread>

@@ -1,7 +1,4 @@
-#include "platform/qt_platform.h"
-
-#include <fcntl.h>
-#include <unistd.h>
+#include "app/qt_platform.h"
 
 #include <QCoreApplication>
 #include <QDesktopServices>
@@ -22,19 +19,8 @@ constexpr auto kDrainBudget = std::chrono::milliseconds(8);
 }  // namespace
 
 QtPlatform::QtPlatform()
-    : queue_([this] {
-        const char byte = 1;
-        // A full pipe already guarantees a wake-up, so a failed write loses nothing.
-        (void)!::write(wakeFds_[1], &byte, 1);
-      }) {
-  if (pipe2(wakeFds_, O_CLOEXEC | O_NONBLOCK) != 0) qFatal("kestravine: no wake-up pipe");
-  notifier_ = new QSocketNotifier(wakeFds_[0], QSocketNotifier::Read, this);
-  connect(notifier_, &QSocketNotifier::activated, this, [this] {
-    char bytes[256];
-    while (::read(wakeFds_[0], bytes, sizeof bytes) > 0) {
-    }
-    drain();
-  });
+    : wake_([this](std::string_view) { drain(); }, this), queue_([this] { wake_.wake(); }) {
+  if (!wake_.isValid()) qFatal("kestravine: no wake-up pipe");
 }
 
 void QtPlatform::drain() {
