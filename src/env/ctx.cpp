@@ -7,9 +7,9 @@
 #include <filesystem>
 #include <vector>
 
-#include "text/decimal.h"
 #include "env/environment.h"
 #include "env/executable_path.h"
+#include "text/decimal.h"
 
 namespace kestravine {
 
@@ -65,7 +65,13 @@ std::int64_t portOffset(std::string_view value) {
 std::string resourceDir(const std::string& executableDir, bool (*exists)(const std::string&)) {
   std::string shared = executableDir + "/../share/kestravine";
   if (exists(shared)) return std::filesystem::path(shared).lexically_normal().string();
-  return executableDir + "/Contents/Resources";
+  // An application bundle: the executable lies in Contents/MacOS, the resources beside it.
+  return std::filesystem::path(executableDir + "/../Resources").lexically_normal().string();
+}
+
+bool switchedOn(const std::map<std::string, std::string>& env, const std::string& name) {
+  const auto value = env.find(name);
+  return value != env.end() && value->second == "1";
 }
 
 }  // namespace ctx_rules
@@ -87,6 +93,10 @@ std::int64_t Ctx::portOffset() {
 bool Ctx::fileExists(const std::string& path) {
   struct stat st {};
   return ::stat(path.c_str(), &st) == 0;
+}
+
+bool Ctx::switchedOn(const std::string& name) {
+  return ctx_rules::switchedOn(env(), name);
 }
 
 std::string Ctx::resourceDir() {

@@ -21,11 +21,14 @@ struct Ctx {
   // "ZORVEL_PORT_OFFSET" when it is a decimal integer from 0 to 19999, otherwise 0.
   static std::int64_t portOffset();
   // Where the tarball and install.sh lie: <executable dir>/../share/kestravine when that exists,
-  // else the bundle rule, <executable dir> + "/Contents/Resources".
+  // else the application bundle's, <executable dir>/../Resources (from Contents/MacOS).
   static std::string resourceDir();
   // Whether anything exists at `path`, following a final symbolic link; a path that cannot be
   // examined counts as absent.
   static bool fileExists(const std::string& path);
+  // Whether the variable `name` is exactly "1": other values (01, true, yes, " 1", empty) and
+  // its absence leave the switch off.
+  static bool switchedOn(const std::string& name);
 };
 
 // The rules behind Ctx, as stateless functions of their inputs.
@@ -37,6 +40,7 @@ std::int64_t portOffset(std::string_view value);
 std::string resourceDir(const std::string& executableDir, bool (*exists)(const std::string&));
 // The user's home directory: HOME when set and non-empty, else the password database's entry.
 std::string userHome(const std::map<std::string, std::string>& env);
+bool switchedOn(const std::map<std::string, std::string>& env, const std::string& name);
 }  // namespace ctx_rules
 
 }  // namespace kestravine

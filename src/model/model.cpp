@@ -27,9 +27,10 @@ constexpr const char* kCancelled = "停下了。什么都没改坏，再点一�
 constexpr const char* kBash = "/bin/bash";
 constexpr const char* kCurl = "/usr/bin/curl";
 constexpr std::int64_t kBasePort = 5199;
-constexpr std::int64_t kLastAttempt = 44;
+constexpr std::int64_t kProbeAttempts = 45;
 constexpr Delay kProbePause{2000};
 constexpr Delay kQuitDelay{800};
+constexpr Delay kAutostartDelay{300};
 
 const std::vector<std::string>& serviceStartArgs() {
   static const std::vector<std::string> args{"-lc", "npm run -s zorvel:up"};
@@ -90,7 +91,18 @@ void Model::removeListener(int id) {
 }
 
 void Model::notify(Field field) {
-  for (const auto& [id, listener] : listeners_) listener(field);
+  // A listener may add or remove listeners (its own included) while it is told: go over the
+  // ones there are now, by id, skipping any removed meanwhile.
+  std::vector<int> ids;
+  ids.reserve(listeners_.size());
+  for (const auto& entry : listeners_) ids.push_back(entry.first);
+  for (int id : ids) {
+    const auto it = std::find_if(listeners_.begin(), listeners_.end(),
+                                 [id](const auto& entry) { return entry.first == id; });
+    if (it == listeners_.end()) continue;
+    const Listener listener = it->second;  // a copy: removing itself must not destroy it mid-call
+    listener(field);
+  }
 }
 
 void Model::append(std::string line) {
@@ -133,9 +145,13 @@ void Model::startRun(const std::vector<std::string>& args, std::optional<std::st
   child_->start(kBash, args, std::move(cwd), std::move(extraEnv), appender(), onRunExit);
 }
 
+bool Model::isInstalled() {
+  return Ctx::fileExists(Ctx::kestravineHome() + "/app");
+}
+
 void Model::check() {
   if (closed_) return;  // the window has gone: nothing more starts
-  if (!Ctx::fileExists(Ctx::kestravineHome() + "/app")) {
+  if (!isInstalled()) {
     assign(Field::headline, headline_, platformTexts().headlineNotInstalled);
     assign(Field::phase, phase_, Phase::ready);
     return;
@@ -198,7 +214,7 @@ void Model::install() {
 
 void Model::openWhenReady(std::int64_t attempt) {
   if (closed_) return;
-  if (attempt > kLastAttempt) {
+  if (attempt == kProbeAttempts) {
     fail(kServicesFailedBefore + Ctx::kestravineHome() + kServicesFailedAfter);
     return;
   }
@@ -224,11 +240,20 @@ void Model::openWhenReady(std::int64_t attempt) {
 }
 
 void Model::openAndQuit() {
-  auto noOpen = Ctx::env().find("KESTRAVINE_NO_OPEN");
-  if (noOpen == Ctx::env().end() || noOpen->second != "1") platform().openUrl(applicationAddress());
+  if (!Ctx::switchedOn("KESTRAVINE_NO_OPEN")) platform().openUrl(applicationAddress());
   // A cancelled tree's SIGKILL may still be due (a cancel, retry and quick install): it is
   // carried out before the launcher ends.
   platform().postAfter(kQuitDelay, [] { Child::afterPendingKills([] { platform().quit(); }); });
+}
+
+void Model::autostart() {
+  if (!Ctx::switchedOn("KESTRAVINE_LAUNCHER_AUTOSTART") || isInstalled()) return;
+  // Only while the install is still on offer: a click in the meantime has started it already,
+  // and two install scripts must never run side by side.
+  platform().postAfter(kAutostartDelay, [weak = weak_from_this()] {
+    auto self = weak.lock();
+    if (self && self->phase_ == Phase::ready) self->install();
+  });
 }
 
 void Model::cancel() {

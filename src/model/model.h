@@ -62,6 +62,12 @@ class Model : public std::enable_shared_from_this<Model> {
   void check();
   // Runs the bundled install script on the bundled tarball, then the readiness probe.
   void install();
+  // The automatic install that KESTRAVINE_LAUNCHER_AUTOSTART=1 asks for: install() 0.3 s from
+  // now, unless the product is installed, and only if the install is still on offer then. Called
+  // once, right after check().
+  void autostart();
+  // Whether the product is installed: anything exists at <product home>/app.
+  static bool isInstalled();
   // Stops the running service start or install with its whole process tree.
   void cancel();
   // Back from a failure to the install offer.

@@ -8,7 +8,6 @@
 #include <QTextLayout>
 #include <QVBoxLayout>
 
-#include "env/ctx.h"
 #include "model/platform_words.h"
 #include "platform/platform.h"
 #include "ui/accessibility.h"
@@ -30,7 +29,6 @@ constexpr double kBodyFontSize = 13;
 constexpr int kWorkingLogHeight = 150;
 constexpr int kDetailsLogHeight = 130;
 constexpr int kFrameMilliseconds = 16;
-constexpr Delay kAutostartDelay{300};
 // Status text past this many bytes can never show within two lines; converting and measuring it
 // all (a command may print a line of many megabytes) would only stall the window.
 constexpr std::size_t kStatusBytes = 2048;
@@ -352,19 +350,7 @@ void ContentView::showEvent(QShowEvent* event) {
   window()->raise();
   window()->activateWindow();
   model_->check();
-  autostart();
-}
-
-void ContentView::autostart() {
-  auto value = Ctx::env().find("KESTRAVINE_LAUNCHER_AUTOSTART");
-  if (value == Ctx::env().end() || value->second != "1") return;
-  if (Ctx::fileExists(Ctx::kestravineHome() + "/app")) return;
-  // Only while the install is still on offer: a click in the meantime has started it already,
-  // and two install scripts must never run side by side.
-  platform().postAfter(kAutostartDelay, [weak = std::weak_ptr<Model>(model_)] {
-    auto model = weak.lock();
-    if (model && model->phase() == Model::Phase::ready) model->install();
-  });
+  model_->autostart();
 }
 
 }  // namespace kestravine

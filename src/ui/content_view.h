@@ -18,7 +18,7 @@ class LogView;
 // chosen by the model's phase (checking; ready with the install offer; working with status, log
 // and cancel; failed with the failure, collapsible details and retry). Owns the Model and turns
 // clicks into its operations. When it first appears it brings the window to the front, runs
-// check() and, if asked by KESTRAVINE_LAUNCHER_AUTOSTART=1, starts the install 0.3 s later.
+// check() and the model's automatic install (KESTRAVINE_LAUNCHER_AUTOSTART).
 //
 // Threading: GUI thread only. A change of phase or of the cancel offer re-renders at once; other
 // model notifications only mark the view dirty, and it re-renders at most once per frame however
@@ -52,7 +52,6 @@ class ContentView final : public QWidget {
   void buildWorking();
   void buildFailed();
   void setDetailsExpanded(bool expanded);
-  void autostart();
   std::uint64_t firstLineNumber() const;
 
   std::shared_ptr<Model> model_;

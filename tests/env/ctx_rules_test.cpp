@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
+
 #include <pwd.h>
 #include <unistd.h>
+#include <filesystem>
 
 #include "env/ctx.h"
 
@@ -42,11 +44,26 @@ TEST(UserHome, FallsBackToPasswordDatabaseWhenHomeIsUnsetOrEmpty) {
   EXPECT_EQ(ctx_rules::userHome({{"HOME", ""}}), fromDatabase);
 }
 
-TEST(ResourceDir, SharedDirectoryBesideBinElseBundleRule) {
-  auto exists = [](const std::string& path) { return path == "/opt/k/bin/../share/kestravine"; };
-  auto none = [](const std::string&) { return false; };
-  EXPECT_EQ(ctx_rules::resourceDir("/opt/k/bin", exists), "/opt/k/share/kestravine");
-  EXPECT_EQ(ctx_rules::resourceDir("/Apps/K.app", none), "/Apps/K.app/Contents/Resources");
+// An install's layout and an application bundle's, as real folders.
+TEST(ResourceDir, SharedDirectoryBesideBinElseTheBundlesResources) {
+  const std::filesystem::path root = std::filesystem::path(TEST_SCRATCH) / "layouts";
+  std::filesystem::remove_all(root);
+  for (const char* dir :
+       {"opt/bin", "opt/share/kestravine", "K.app/Contents/MacOS", "K.app/Contents/Resources"})
+    std::filesystem::create_directories(root / dir);
+  auto isDirectory = [](const std::string& path) { return std::filesystem::is_directory(path); };
+  EXPECT_EQ(ctx_rules::resourceDir(root / "opt/bin", isDirectory), root / "opt/share/kestravine");
+  const std::string resources = ctx_rules::resourceDir(root / "K.app/Contents/MacOS", isDirectory);
+  EXPECT_EQ(resources, root / "K.app/Contents/Resources");
+  EXPECT_TRUE(std::filesystem::is_directory(resources));
+}
+
+TEST(Switches, OnlyExactlyOneSwitchesOn) {
+  const std::pair<const char*, bool> table[] = {{"1", true},    {"01", false}, {"true", false},
+                                                {"yes", false}, {" 1", false}, {"", false}};
+  for (const auto& [value, on] : table)
+    EXPECT_EQ(ctx_rules::switchedOn({{"S", value}}, "S"), on) << value;
+  EXPECT_FALSE(ctx_rules::switchedOn({{"T", "1"}}, "S"));
 }
 
 }  // namespace

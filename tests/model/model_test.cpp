@@ -65,6 +65,22 @@ TEST_F(ModelTest, CheckOffersTheInstallWhichRunsTheScriptAndAFailureKeepsTheLast
 
 // The tarball is the "kestravine-*.tar.gz" that sorts first by code point after canonical
 // normalisation. Without one, or without the script, or without the folder, nothing starts.
+// A listener may remove itself and add another while it is told: the change holds from the next
+// notification on, and no listener is skipped or told twice.
+TEST_F(ModelTest, ListenersMayComeAndGoWhileBeingTold) {
+  std::vector<std::string> calls;
+  int first = -1;
+  first = model->addListener([&](Field) {
+    calls.push_back("first");
+    model->removeListener(first);
+    model->addListener([&](Field) { calls.push_back("added"); });
+  });
+  model->addListener([&](Field) { calls.push_back("second"); });
+  model->retry();  // failure, lines, phase, headline
+  EXPECT_EQ(calls, (std::vector<std::string>{"first", "second", "second", "added", "second",
+                                             "added", "second", "added"}));
+}
+
 TEST_F(ModelTest, InstallTakesTheTarballThatSortsFirstOrStartsNothing) {
   const std::tuple<std::vector<std::string>, bool, std::string> table[] = {
       {{"kestravine-1.9.tar.gz", "kestravine-1.10.tar.gz"}, true, "kestravine-1.10.tar.gz"},
