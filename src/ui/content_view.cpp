@@ -2,7 +2,6 @@
 
 #include <QAccessible>
 #include <QCoreApplication>
-#include <QHBoxLayout>
 #include <QPushButton>
 #include <QShortcut>
 #include <QTextLayout>
@@ -12,12 +11,16 @@
 #include "platform/platform.h"
 #include "ui/accessibility.h"
 #include "ui/disclosure_button.h"
-#include "ui/focus_ring.h"
 #include "ui/log_view.h"
-#include "ui/return_key.h"
 #include "ui/style.h"
+#include "ui/widget_parts.h"
 
 namespace kestravine {
+
+using widget_parts::buttonRow;
+using widget_parts::label;
+using widget_parts::pushButton;
+using Role = widget_parts::Role;
 
 namespace {
 
@@ -37,49 +40,6 @@ QString text(const char* key) {
   return QCoreApplication::translate("ContentView", key);
 }
 
-// Text colours by role; a label keeps its role, so that a change of theme recolours it.
-enum class Role { primary, secondary, tertiary };
-const char* const kRoleProperty = "kestravineTextRole";
-
-QColor colourFor(Role role, const QPalette& palette) {
-  switch (role) {
-    case Role::primary:
-      return style::primary(palette);
-    case Role::secondary:
-      return style::secondary(palette);
-    case Role::tertiary:
-      break;
-  }
-  return style::tertiary(palette);
-}
-
-void colour(QLabel* l, const QPalette& from) {
-  QPalette palette = l->palette();
-  palette.setColor(QPalette::WindowText,
-                   colourFor(static_cast<Role>(l->property(kRoleProperty).toInt()), from));
-  l->setPalette(palette);
-}
-
-QLabel* label(const QString& content, const QFont& font, Role role, bool wrap,
-              const QPalette& palette) {
-  auto* l = new QLabel(content);
-  l->setTextFormat(Qt::PlainText);
-  l->setFont(font);
-  l->setProperty(kRoleProperty, static_cast<int>(role));
-  colour(l, palette);
-  l->setWordWrap(wrap);
-  l->setAlignment(Qt::AlignLeft | Qt::AlignTop);
-  return l;
-}
-
-QPushButton* pushButton(const QString& title) {
-  auto* button = new QPushButton(title);
-  button->setAutoDefault(false);
-  button->setStyle(focus_ring::buttonStyle());
-  return_key::pressesButton(button);
-  return button;
-}
-
 // The column of title and arrangement. It takes the height its content needs, at least the
 // window's, and is never squeezed: content taller than the window is clipped at its bottom
 // edge, with every element at its own size.
@@ -97,17 +57,6 @@ class Column final : public QWidget {
     return QWidget::event(event);
   }
 };
-
-// A row holding one button, at the leading or the trailing edge.
-QWidget* buttonRow(QPushButton* button, bool leading) {
-  auto* row = new QWidget;
-  auto* layout = new QHBoxLayout(row);
-  layout->setContentsMargins(0, 0, 0, 0);
-  if (!leading) layout->addStretch(1);
-  layout->addWidget(button, 0, Qt::AlignVCenter);
-  if (leading) layout->addStretch(1);
-  return row;
-}
 
 }  // namespace
 
@@ -132,20 +81,20 @@ ContentView::ContentView(QWidget* parent)
   title_ = label({}, style::systemFont(19, QFont::DemiBold), Role::primary, true, palette());
   layout->insertWidget(0, title_);
 
-  renderTimer_.setSingleShot(true);
-  connect(&renderTimer_, &QTimer::timeout, this, [this] { render(); });
-  sinceRender_.start();
+  refreshTimer_.setSingleShot(true);
+  connect(&refreshTimer_, &QTimer::timeout, this, [this] { refresh(); });
+  sinceRefresh_.start();
   // Which arrangement and which buttons are shown changes at once, so that an input event
   // queued behind the one that changed the phase (the second click of a double click) meets
   // the new arrangement; lines and status, which may come by the thousand, wait for a frame.
   listenerId_ = model_->addListener([this](Model::Field field) {
     if (field == Model::Field::phase || field == Model::Field::canCancel) {
-      render();
+      refresh();
     } else {
-      scheduleRender();
+      scheduleRefresh();
     }
   });
-  render();
+  refresh();
 }
 
 ContentView::~ContentView() {
@@ -180,20 +129,20 @@ QString ContentView::elided(const QString& content, const QFont& font, int width
   return shown.join('\n');
 }
 
-void ContentView::scheduleRender() {
-  if (renderTimer_.isActive()) return;
-  const auto wait = std::max<qint64>(0, kFrameMilliseconds - sinceRender_.elapsed());
-  renderTimer_.start(static_cast<int>(wait));
+void ContentView::scheduleRefresh() {
+  if (refreshTimer_.isActive()) return;
+  const auto wait = std::max<qint64>(0, kFrameMilliseconds - sinceRefresh_.elapsed());
+  refreshTimer_.start(static_cast<int>(wait));
 }
 
-void ContentView::render() {
-  sinceRender_.restart();
+void ContentView::refresh() {
+  sinceRefresh_.restart();
   const QString title = titleFor(model_->headline());
   title_->setText(title);
   // The view itself holds the focus while no control has it: a screen reader announces it by
   // this name when an arrangement appears.
   if (accessibleName() != title) setAccessibleName(title);
-  if (arrangement_ == nullptr || built_ != model_->phase()) build(model_->phase());
+  if (arrangement_ == nullptr || shownPhase_ != model_->phase()) build(model_->phase());
   if (status_) {
     const std::string& status = model_->status();
     const QString shown = QString::fromUtf8(
@@ -223,7 +172,7 @@ void ContentView::build(Model::Phase phase) {
   auto* layout = new QVBoxLayout(arrangement_);
   layout->setContentsMargins(0, 0, 0, 0);
   layout->setSpacing(kGap);
-  built_ = phase;
+  shownPhase_ = phase;
   switch (phase) {
     case Model::Phase::checking:
       buildChecking();
@@ -326,7 +275,7 @@ void ContentView::setDetailsExpanded(bool expanded) {
     details_->layout()->addWidget(log_);
     log_->show();
   }
-  render();
+  refresh();
   // The details open on their last line: a failure's cause is usually there.
   if (log_) log_->showEnd();
 }
@@ -339,7 +288,7 @@ void ContentView::changeEvent(QEvent* event) {
   QWidget::changeEvent(event);
   if (event->type() == QEvent::PaletteChange || event->type() == QEvent::StyleChange) {
     // Light to dark and back: every text takes its role's colour from the new palette.
-    for (auto* l : findChildren<QLabel*>()) colour(l, palette());
+    for (auto* l : findChildren<QLabel*>()) widget_parts::recolour(l, palette());
   }
 }
 

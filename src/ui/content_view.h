@@ -44,8 +44,8 @@ class ContentView final : public QWidget {
   void changeEvent(QEvent* event) override;
 
  private:
-  void scheduleRender();
-  void render();
+  void scheduleRefresh();
+  void refresh();
   void build(Model::Phase phase);
   void buildChecking();
   void buildReady();
@@ -61,7 +61,7 @@ class ContentView final : public QWidget {
   QWidget* column_ = nullptr;  // title and arrangement, anchored at the top
   QLabel* title_;
   QWidget* arrangement_ = nullptr;
-  Model::Phase built_ = Model::Phase::checking;
+  Model::Phase shownPhase_ = Model::Phase::checking;
   // Parts of the current arrangement that follow the model; null where absent.
   QPointer<QLabel> status_;
   QPointer<QLabel> failure_;
@@ -69,8 +69,8 @@ class ContentView final : public QWidget {
   QPointer<QWidget> cancelRow_;
   QPointer<QWidget> details_;
 
-  QTimer renderTimer_;
-  QElapsedTimer sinceRender_;
+  QTimer refreshTimer_;
+  QElapsedTimer sinceRefresh_;
 };
 
 }  // namespace kestravine

@@ -1,8 +1,5 @@
 #include "ui/log_view.h"
 
-#include <unicode/uchar.h>
-#include <unicode/utf8.h>
-
 #include <QAccessible>
 #include <QClipboard>
 #include <QCoreApplication>
@@ -15,6 +12,7 @@
 #include <cmath>
 
 #include "ui/focus_ring.h"
+#include "ui/row_estimate.h"
 #include "ui/style.h"
 
 namespace kestravine {
@@ -28,7 +26,6 @@ constexpr double kCornerRadius = 8;
 constexpr double kFontSize = 11;
 constexpr int kFollowMilliseconds = 150;
 constexpr int kIndicatorWidth = 6;
-constexpr int kTabColumns = 8;
 
 QTextOption wrapping() {
   QTextOption option(Qt::AlignLeft | Qt::AlignTop);
@@ -64,7 +61,7 @@ LogView::LogView(QWidget* parent)
   scrollBar_->setFocusPolicy(Qt::NoFocus);
   applyPalette();
   connect(scrollBar_, &QScrollBar::valueChanged, this, [this](int value) {
-    if (settleVisible(value)) updateGeometry(isFollowing());
+    if (layOutRowsInView(value)) relayout(isFollowing());
     update();
   });
   follow_->setDuration(kFollowMilliseconds);
@@ -77,37 +74,6 @@ LogView::~LogView() = default;
 
 int LogView::rowWidth() const {
   return std::max(1, width() - 2 * kMargin);
-}
-
-int LogView::estimatedHeight(const std::string& text) const {
-  const QFontMetricsF metrics(font());
-  const double perLine = std::max(1.0, std::floor(rowWidth() / metrics.horizontalAdvance('x')));
-  // Columns of the monospaced font: one per character, two for East Asian wide ones.
-  int lines = 0;
-  double columns = 0;
-  auto endLine = [&] {
-    lines += std::max(1, static_cast<int>(std::ceil(columns / perLine)));
-    columns = 0;
-  };
-  const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
-  const auto length = static_cast<std::int32_t>(text.size());
-  for (std::int32_t i = 0; i < length;) {
-    if (bytes[i] < 0x80) {
-      const char c = static_cast<char>(bytes[i++]);
-      if (c == '\t') {
-        columns = (std::floor(columns / kTabColumns) + 1) * kTabColumns;
-      } else {
-        columns += 1;
-      }
-      continue;
-    }
-    UChar32 c = 0;
-    U8_NEXT(bytes, i, length, c);
-    const auto width = u_getIntPropertyValue(c, UCHAR_EAST_ASIAN_WIDTH);
-    columns += (width == U_EA_WIDE || width == U_EA_FULLWIDTH) ? 2 : 1;
-  }
-  endLine();
-  return static_cast<int>(std::ceil(lines * metrics.height()));
 }
 
 QTextLayout& LogView::layoutOf(Row& row) {
@@ -130,7 +96,7 @@ QTextLayout& LogView::layoutOf(Row& row) {
   return *row.layout;
 }
 
-bool LogView::settleVisible(int offset) {
+bool LogView::layOutRowsInView(int offset) {
   const int top = offset - kMargin;
   const int bottom = offset + height();
   bool changed = false;
@@ -179,13 +145,13 @@ void LogView::setLines(const std::deque<std::string>& lines, std::uint64_t first
     Row row;
     row.number = firstNumber + i;
     row.text = lines[i];
-    row.height = estimatedHeight(row.text);
+    row.height = estimatedRowHeight(row.text, font(), rowWidth());
     rows_.push_back(std::move(row));
   }
 
   const bool countChanged = seenCount_.has_value() && *seenCount_ != lines.size();
   seenCount_ = lines.size();
-  updateGeometry(countChanged || isFollowing());
+  relayout(countChanged || isFollowing());
   if (countChanged) followEnd();
   update();
   if (announce) announceChange(removed, firstAdded);
@@ -206,18 +172,19 @@ void LogView::announceChange(const QString& removed, std::size_t firstAdded) {
   QAccessible::updateAccessibility(&event);
 }
 
-void LogView::updateGeometry(bool keepFollowing) {
+void LogView::relayout(bool keepFollowing) {
   // Heights of rows coming into view may differ from their estimates; settle them until the
   // rows in view are exact (a few rounds at most: each round only makes more rows exact).
   for (int round = 0; round < 4; ++round) {
     const int offset = keepFollowing ? endPosition() : scrollBar_->value();
-    if (!settleVisible(offset)) break;
+    if (!layOutRowsInView(offset)) break;
   }
   const int before = scrollBar_->value();
   const QSignalBlocker blocker(scrollBar_);
   scrollBar_->setRange(0, std::max(0, contentHeight_ - height()));
-  // A shorter list may pull the position back: what is in view there is laid out too.
-  if (scrollBar_->value() != before && settleVisible(scrollBar_->value())) {
+  // What is in view now is laid out too: the rows moved, a scroll to the end may still be on its
+  // way, and a shorter list may have pulled the position back.
+  if ((keepFollowing || scrollBar_->value() != before) && layOutRowsInView(scrollBar_->value())) {
     scrollBar_->setRange(0, std::max(0, contentHeight_ - height()));
   }
   scrollBar_->setPageStep(height());
@@ -243,7 +210,7 @@ void LogView::showEnd() {
   // Also once the layout has given the box its real width, which changes every row's height.
   pinnedToEnd_ = true;
   follow_->stop();
-  updateGeometry(true);
+  relayout(true);
   scrollBar_->setValue(endPosition());
 }
 
@@ -294,10 +261,10 @@ void LogView::resizeEvent(QResizeEvent*) {
     for (auto& row : rows_) {
       row.layout.reset();
       row.exact = false;
-      row.height = estimatedHeight(row.text);
+      row.height = estimatedRowHeight(row.text, font(), rowWidth());
     }
   }
-  updateGeometry(isFollowing() || pinnedToEnd_);
+  relayout(isFollowing() || pinnedToEnd_);
   if (pinnedToEnd_) scrollBar_->setValue(endPosition());
 }
 
@@ -347,14 +314,12 @@ void LogView::paintEvent(QPaintEvent* event) {
   painter.setPen(rowColour());
   const int offset = scrollBar_->value();
   const QRect visible = event->rect();
-  // Rows come into view exact (settled on every scroll and change); should one not be, its
-  // height is put right before anything is drawn at a wrong place.
-  if (settleVisible(offset)) updateGeometry(isFollowing());
-  for (auto& row : rows_) {
+  // Rows in view are laid out on every change and scroll, never here: painting only draws.
+  for (const auto& row : rows_) {
     const int top = row.top - offset;
     if (top + row.height < visible.top()) continue;
     if (top > visible.bottom()) break;
-    layoutOf(row).draw(&painter, QPointF(kMargin, top), {}, QRectF(visible));
+    if (row.layout) row.layout->draw(&painter, QPointF(kMargin, top), {}, QRectF(visible));
   }
   painter.setClipping(false);
   if (hasFocus()) focus_ring::paint(painter, rect(), palette());

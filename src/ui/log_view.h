@@ -70,11 +70,12 @@ class LogView final : public QWidget {
   struct Row;
 
   int rowWidth() const;
-  int estimatedHeight(const std::string& text) const;
   QTextLayout& layoutOf(Row& row);
   // Lays out exactly the rows that a scroll position `offset` shows; true if a height changed.
-  bool settleVisible(int offset);
-  void updateGeometry(bool keepFollowing);
+  bool layOutRowsInView(int offset);
+  // Settles the rows in view and sets the scroll range and the indicator; with `keepFollowing`,
+  // at the end position, where a running scroll to the end is headed.
+  void relayout(bool keepFollowing);
   void followEnd();
   void applyPalette();
   // Tells screen readers that `removed` rows left the front and rows from `firstAdded` on came.
