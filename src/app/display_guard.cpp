@@ -12,6 +12,8 @@
 #include <string_view>
 #include <vector>
 
+#include "system/system_calls.h"
+
 namespace kestravine {
 
 namespace {
@@ -30,15 +32,6 @@ struct Guarded {
 };
 
 Guarded* guarded = nullptr;
-
-void writeAll(int fd, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t n = ::write(fd, bytes.data(), bytes.size());
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return;
-    bytes.remove_prefix(static_cast<size_t>(n));
-  }
-}
 
 // Values from the environment go into the line as they are, except that nothing may break it.
 std::string oneLine(std::string_view value) {
@@ -84,7 +77,7 @@ void noteAttempt(const QString& message) {
   if (!tried.empty()) tried += "；";
   const std::string line = "kestravine-launcher：连不上可以显示窗口的桌面（" + tried +
                            described("DISPLAY") + "，" + described("WAYLAND_DISPLAY") + "）。\n";
-  writeAll(guarded->stderrCopy >= 0 ? guarded->stderrCopy : STDERR_FILENO, line);
+  system_calls::writeAll(guarded->stderrCopy >= 0 ? guarded->stderrCopy : STDERR_FILENO, line);
   // Not abort(): a missing desktop is no crash, and leaves no core behind.
   std::_Exit(1);
 }
@@ -126,7 +119,7 @@ DisplayGuard::~DisplayGuard() {
     off_t offset = 0;
     ssize_t n;
     while ((n = pread(guarded->held, buffer, sizeof buffer, offset)) > 0) {
-      writeAll(STDERR_FILENO, std::string_view(buffer, static_cast<size_t>(n)));
+      system_calls::writeAll(STDERR_FILENO, std::string_view(buffer, static_cast<size_t>(n)));
       offset += n;
     }
     close(guarded->held);

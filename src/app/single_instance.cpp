@@ -21,6 +21,8 @@
 #include <string_view>
 #include <thread>
 
+#include "system/system_calls.h"
+
 namespace kestravine {
 
 namespace {
@@ -71,48 +73,41 @@ std::optional<sockaddr_un> socketAddress(const std::string& path) {
   return address;
 }
 
-int listenAt(const std::string& path) {
+UniqueFd listenAt(const std::string& path) {
   const auto address = socketAddress(path);
-  if (!address) return -1;
-  const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (fd < 0) return -1;
+  if (!address) return {};
+  UniqueFd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (!fd) return {};
   ::unlink(path.c_str());  // left by a launcher that ended: the lock says nobody uses it
-  if (::bind(fd, reinterpret_cast<const sockaddr*>(&*address), sizeof *address) != 0 ||
-      ::listen(fd, 8) != 0) {
-    ::close(fd);
-    return -1;
-  }
+  if (::bind(fd.get(), reinterpret_cast<const sockaddr*>(&*address), sizeof *address) != 0 ||
+      ::listen(fd.get(), 8) != 0)
+    return {};
   return fd;
 }
 
-// Tells the launcher listening at `path` about this launch; its answer, or none if nobody
-// listens there.
 std::optional<SingleInstance::Answer> askFirst(const std::string& path) {
   const auto address = socketAddress(path);
   if (!address) return std::nullopt;
-  const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (fd < 0) return std::nullopt;
-  if (::connect(fd, reinterpret_cast<const sockaddr*>(&*address), sizeof *address) != 0) {
-    ::close(fd);
+  const UniqueFd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (!fd ||
+      ::connect(fd.get(), reinterpret_cast<const sockaddr*>(&*address), sizeof *address) != 0)
     return std::nullopt;
-  }
   const char* token = std::getenv("XDG_ACTIVATION_TOKEN");
   const std::string request = std::string(token ? token : "") + "\n";
-  (void)!::send(fd, request.data(), request.size(), MSG_NOSIGNAL);
+  (void)!::send(fd.get(), request.data(), request.size(), MSG_NOSIGNAL);
   std::string reply;
   const auto deadline =
       std::chrono::steady_clock::now() + std::chrono::milliseconds(kAnswerMilliseconds);
   while (reply.find('\n') == std::string::npos) {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
         deadline - std::chrono::steady_clock::now());
-    pollfd readable{fd, POLLIN, 0};
+    pollfd readable{fd.get(), POLLIN, 0};
     if (left.count() <= 0 || ::poll(&readable, 1, static_cast<int>(left.count())) <= 0) break;
     char buffer[64];
-    const ssize_t n = ::read(fd, buffer, sizeof buffer);
+    const ssize_t n = ::read(fd.get(), buffer, sizeof buffer);
     if (n <= 0) break;
     reply.append(buffer, static_cast<std::size_t>(n));
   }
-  ::close(fd);
   if (reply.starts_with("finishing\n")) return SingleInstance::Answer::finishing;
   if (reply.starts_with("shown\n")) return SingleInstance::Answer::shown;
   return SingleInstance::Answer::unknown;
@@ -124,10 +119,10 @@ SingleInstance::SingleInstance(const std::string& home) {
   const std::string dir = runtimeDirectory();
   if (dir.empty()) return;
   const std::string base = dir + "/" + homeKey(home);
-  lock_ = ::open((base + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-  if (lock_ < 0) return;
+  lock_.reset(::open((base + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+  if (!lock_) return;
   for (int attempt = 0; attempt < kTries; ++attempt) {
-    if (::flock(lock_, LOCK_EX | LOCK_NB) == 0) {
+    if (::flock(lock_.get(), LOCK_EX | LOCK_NB) == 0) {
       listener_ = listenAt(base + ".sock");
       return;
     }
@@ -141,37 +136,38 @@ SingleInstance::SingleInstance(const std::string& home) {
   answer_ = Answer::unknown;
 }
 
-SingleInstance::~SingleInstance() {
-  if (listener_ >= 0) ::close(listener_);
-  if (lock_ >= 0) ::close(lock_);
-}
+SingleInstance::~SingleInstance() = default;
 
 void SingleInstance::serve(std::function<bool(const QString& token)> onLaunch) {
-  if (answer_ != Answer::first || listener_ < 0) return;
-  ::fcntl(listener_, F_SETFL, ::fcntl(listener_, F_GETFL) | O_NONBLOCK);
+  if (answer_ != Answer::first || !listener_) return;
+  ::fcntl(listener_.get(), F_SETFL, ::fcntl(listener_.get(), F_GETFL) | O_NONBLOCK);
   // Lives as long as the process: it answers until the very end, after the window has gone.
-  auto* listening = new QSocketNotifier(listener_, QSocketNotifier::Read);
+  auto* listening = new QSocketNotifier(listener_.get(), QSocketNotifier::Read);
   QObject::connect(listening, &QSocketNotifier::activated, [this, onLaunch] {
-    const int fd = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
-    if (fd < 0) return;
-    auto* reading = new QSocketNotifier(fd, QSocketNotifier::Read);
+    auto connection = std::make_shared<UniqueFd>(
+        ::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    if (!*connection) return;
+    auto* reading = new QSocketNotifier(connection->get(), QSocketNotifier::Read);
     auto request = std::make_shared<std::string>();
-    QObject::connect(reading, &QSocketNotifier::activated, [reading, fd, request, onLaunch] {
-      char buffer[512];
-      const ssize_t n = ::read(fd, buffer, sizeof buffer);
-      if (n > 0) request->append(buffer, static_cast<std::size_t>(n));
-      const std::size_t end = request->find('\n');
-      if (n < 0 && errno == EAGAIN) return;
-      if (end == std::string::npos && n > 0 && request->size() <= kMaxTokenBytes) return;
-      if (end != std::string::npos) {
-        const bool finishing = onLaunch(QString::fromStdString(request->substr(0, end)));
-        const std::string_view answer = finishing ? "finishing\n" : "shown\n";
-        (void)!::send(fd, answer.data(), answer.size(), MSG_NOSIGNAL);
-      }
-      reading->setEnabled(false);
-      reading->deleteLater();
-      ::close(fd);
-    });
+    QObject::connect(
+        reading, &QSocketNotifier::activated, [reading, connection, request, onLaunch] {
+          const int fd = connection->get();
+          char buffer[512];
+          const ssize_t n =
+              system_calls::retryOnInterrupt([&] { return ::read(fd, buffer, sizeof buffer); });
+          if (n < 0 && errno == EAGAIN) return;
+          if (n > 0) request->append(buffer, static_cast<std::size_t>(n));
+          const std::size_t end = request->find('\n');
+          if (end == std::string::npos && n > 0 && request->size() <= kMaxTokenBytes) return;
+          if (end != std::string::npos) {
+            const bool finishing = onLaunch(QString::fromStdString(request->substr(0, end)));
+            const std::string_view answer = finishing ? "finishing\n" : "shown\n";
+            (void)!::send(fd, answer.data(), answer.size(), MSG_NOSIGNAL);
+          }
+          reading->setEnabled(false);
+          reading->deleteLater();
+          connection->reset();
+        });
   });
 }
 

@@ -4,6 +4,8 @@
 #include <functional>
 #include <string>
 
+#include "system/unique_fd.h"
+
 namespace kestravine {
 
 // One launcher per product home, as the desktop's second activation of a running application
@@ -44,8 +46,8 @@ class SingleInstance {
 
  private:
   Answer answer_ = Answer::first;
-  int lock_ = -1;
-  int listener_ = -1;
+  UniqueFd lock_;
+  UniqueFd listener_;
 };
 
 }  // namespace kestravine

@@ -53,14 +53,12 @@ std::optional<ProcessIdentity> ProcessIdentity::of(pid_t pid) {
 bool ProcessIdentity::signal(int signal) const {
   // The pidfd holds on to whatever process has the pid now; if that one still has our start
   // time, it is ours, and the signal cannot reach a successor.
-  const int fd = system_calls::pidfdOpen(pid);
-  if (fd < 0 && errno == ESRCH) return false;
+  const UniqueFd pidfd(system_calls::pidfdOpen(pid));
+  if (!pidfd && errno == ESRCH) return false;
   const auto now = of(pid);
   const bool same = now && now->startTime == startTime;
-  if (fd < 0) return same && ::kill(pid, signal) == 0;
-  const bool sent = same && system_calls::pidfdSendSignal(fd, signal) == 0;
-  ::close(fd);
-  return sent;
+  if (!pidfd) return same && ::kill(pid, signal) == 0;
+  return same && system_calls::pidfdSendSignal(pidfd.get(), signal) == 0;
 }
 
 }  // namespace kestravine

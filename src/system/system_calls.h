@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "system/unique_fd.h"
 
@@ -35,6 +36,9 @@ std::optional<Pipe> makePipe(int flags = 0);
 // Everything `fd` gives until its end. What came before a read error counts as nothing: a /proc
 // file whose process ends while it is read has told nothing reliable.
 std::string readToEnd(int fd);
+
+// Writes all of `bytes` to `fd`, however many writes it takes; false if one fails.
+bool writeAll(int fd, std::string_view bytes);
 
 // pidfd_open(2): a descriptor that keeps naming the process `pid` names now.
 extern int (*pidfdOpen)(pid_t pid);
