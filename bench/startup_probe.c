@@ -2,10 +2,13 @@
 // bench/startup.sh. Event-driven (MapNotify on the root window) rather than polling with xdotool,
 // whose --sync waits half a second between looks and would swamp a figure of tens of ms.
 //
-//   startup_probe --title T [--stdin FILE] [--hold-ms N | --until-exit] [--timeout-ms N] -- CMD...
+//   startup_probe --title T [--stdin FILE] [--smaps FILE] [--hold-ms N | --until-exit]
+//                 [--timeout-ms N] -- CMD...
 //
 // --hold-ms N: once the window is mapped, wait N ms, read VmHWM again, then stop the program.
 // --until-exit: let the program end by itself (after its window appeared or not).
+// --smaps FILE: copy /proc/<pid>/smaps to FILE the moment the window is mapped (where the
+// memory is), for bench/startup_memory.sh.
 // Prints one line: shown_ms exit_ms exit_status hwm_at_shown_kb hwm_after_hold_kb maxrss_kb,
 // "-" where a figure does not apply or could not be had. Exit 0 unless the probe itself failed.
 #define _GNU_SOURCE
@@ -50,6 +53,19 @@ static long vmHwmKb(pid_t pid) {
   return kb;
 }
 
+// Copies /proc/<pid>/smaps to `to`; best effort (a figure missing there is seen in the file).
+static void copySmaps(pid_t pid, const char* to) {
+  char path[64];
+  snprintf(path, sizeof path, "/proc/%d/smaps", (int)pid);
+  FILE* in = fopen(path, "r");
+  FILE* out = fopen(to, "w");
+  char buf[65536];
+  size_t n;
+  while (in && out && (n = fread(buf, 1, sizeof buf, in)) > 0) fwrite(buf, 1, n, out);
+  if (in) fclose(in);
+  if (out) fclose(out);
+}
+
 static xcb_atom_t atom(xcb_connection_t* c, const char* name) {
   xcb_intern_atom_reply_t* r =
       xcb_intern_atom_reply(c, xcb_intern_atom(c, 0, (uint16_t)strlen(name), name), NULL);
@@ -86,7 +102,7 @@ static void onSignal(int sig) {
 
 static void usage(void) {
   fprintf(stderr,
-          "usage: startup_probe --title T [--stdin FILE] [--hold-ms N | --until-exit] "
+          "usage: startup_probe --title T [--stdin FILE] [--smaps FILE] [--hold-ms N | --until-exit] "
           "[--timeout-ms N] -- CMD...\n");
   exit(2);
 }
@@ -94,6 +110,7 @@ static void usage(void) {
 int main(int argc, char** argv) {
   const char* title = NULL;
   const char* input = NULL;
+  const char* smaps = NULL;
   long holdMs = -1;
   long timeoutMs = 15000;
   int i = 1;
@@ -105,6 +122,8 @@ int main(int argc, char** argv) {
       title = argv[++i];
     } else if (strcmp(argv[i], "--stdin") == 0 && i + 1 < argc) {
       input = argv[++i];
+    } else if (strcmp(argv[i], "--smaps") == 0 && i + 1 < argc) {
+      smaps = argv[++i];
     } else if (strcmp(argv[i], "--hold-ms") == 0 && i + 1 < argc) {
       holdMs = strtol(argv[++i], NULL, 10);
     } else if (strcmp(argv[i], "--until-exit") == 0) {
@@ -231,6 +250,7 @@ int main(int argc, char** argv) {
       if (candidate != XCB_WINDOW_NONE && shown < 0) {
         shown = at - start;
         hwmShown = vmHwmKb(pid);
+        if (smaps) copySmaps(pid, smaps);
         if (holdMs >= 0) holdUntil = at + (double)holdMs;
       }
       free(ev);
