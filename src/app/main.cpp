@@ -5,7 +5,6 @@
 // no desktop to show the window on, or that launcher does not answer.
 #include <fontconfig/fontconfig.h>
 #include <QApplication>
-#include <QIcon>
 #include <cstdio>
 #include <optional>
 #include <string>
@@ -19,6 +18,7 @@
 #include "app/single_instance.h"
 #include "app/snapshot.h"
 #include "app/termination_signals.h"
+#include "app/window_icon.h"
 #include "env/ctx.h"
 #include "ui/content_view.h"
 
@@ -67,7 +67,7 @@ int main(int argc, char** argv) {
   QApplication::setApplicationName(QStringLiteral("Kestravine"));
   QApplication::setDesktopFileName(QStringLiteral("kestravine-launcher"));
   // From the binary, not the icon theme: looking the theme up costs the start-up several ms.
-  QApplication::setWindowIcon(QIcon(QStringLiteral(":/icons/kestravine-launcher.svg")));
+  QApplication::setWindowIcon(kestravine::windowIcon());
   // The window's close decides when the launcher ends: after a running command, not at once.
   QApplication::setQuitOnLastWindowClosed(false);
   // Never destroyed: output readers still running when the application ends may yet post.
