@@ -8,6 +8,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <QCoreApplication>
 #include <QCryptographicHash>
 #include <QSocketNotifier>
 #include <cerrno>
@@ -141,13 +142,14 @@ SingleInstance::~SingleInstance() = default;
 void SingleInstance::serve(std::function<bool(const QString& token)> onLaunch) {
   if (answer_ != Answer::first || !listener_) return;
   ::fcntl(listener_.get(), F_SETFL, ::fcntl(listener_.get(), F_GETFL) | O_NONBLOCK);
-  // Lives as long as the process: it answers until the very end, after the window has gone.
-  auto* listening = new QSocketNotifier(listener_.get(), QSocketNotifier::Read);
-  QObject::connect(listening, &QSocketNotifier::activated, [this, onLaunch] {
+  // Answers for as long as the application runs, also after the window has gone.
+  auto* listening =
+      new QSocketNotifier(listener_.get(), QSocketNotifier::Read, QCoreApplication::instance());
+  QObject::connect(listening, &QSocketNotifier::activated, [this, listening, onLaunch] {
     auto connection = std::make_shared<UniqueFd>(
         ::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (!*connection) return;
-    auto* reading = new QSocketNotifier(connection->get(), QSocketNotifier::Read);
+    auto* reading = new QSocketNotifier(connection->get(), QSocketNotifier::Read, listening);
     auto request = std::make_shared<std::string>();
     QObject::connect(
         reading, &QSocketNotifier::activated, [reading, connection, request, onLaunch] {

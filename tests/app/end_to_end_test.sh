@@ -120,6 +120,10 @@ grep -qF 'Could not load the Qt platform plugin "wayland"' "$scratch/x11/stderr"
   die "Qt did not try Wayland first"
 echo "fell back from Wayland to X11"
 
-run_on wayland WAYLAND_DISPLAY="$wayland" WAYLAND_DEBUG=client
+# Under AddressSanitizer the Wayland client libraries leave memory at exit that LeakSanitizer
+# cannot put down to a library (a module unloaded by then); the launcher's own code is checked
+# for leaks by the run on X11, which goes through the same paths.
+run_on wayland WAYLAND_DISPLAY="$wayland" WAYLAND_DEBUG=client \
+  ASAN_OPTIONS="${ASAN_OPTIONS:+$ASAN_OPTIONS:}detect_leaks=0"
 shown_on_wayland "$scratch/wayland/stderr" || die "no Wayland toplevel \"Kestravine\" was shown"
 echo "shown as a Wayland toplevel"
