@@ -1,9 +1,9 @@
 #include "app/window_icon.h"
 
-#include <QFile>
 #include <QGuiApplication>
 #include <QImage>
 #include <QPixmap>
+#include <QResource>
 #include <array>
 #include <cstring>
 
@@ -17,11 +17,10 @@ constexpr std::array<int, 4> kSizes{16, 32, 64, 128};
 
 // One size, as drawn at build time: premultiplied ARGB32, the format the SVG renderer draws in.
 QPixmap drawn(int size) {
-  QFile file(QStringLiteral(":/icons/kestravine-launcher-%1.argb").arg(size));
-  if (!file.open(QIODevice::ReadOnly)) return {};
-  const QByteArray bytes = file.readAll();
+  const QResource resource(QStringLiteral(":/icons/kestravine-launcher-%1.argb").arg(size));
+  const QByteArray bytes = resource.uncompressedData();
   QImage image(size, size, QImage::Format_ARGB32_Premultiplied);
-  if (bytes.size() != image.sizeInBytes()) return {};
+  if (!resource.isValid() || bytes.size() != image.sizeInBytes()) return {};
   std::memcpy(image.bits(), bytes.constData(), static_cast<std::size_t>(bytes.size()));
   return QPixmap::fromImage(image);
 }
