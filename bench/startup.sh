@@ -144,13 +144,27 @@ printf '  window shown <= 60 ms: %s ms -> %s\n' "$l_shown" "$(at_most "$l_shown"
 to_floor=$(ratio "$l_shown" "$floor")
 printf '  window shown <= 1.1 x the bare window with one label in its font: %s ms vs %s ms = %s x -> %s\n' \
   "$l_shown" "$floor" "$to_floor" "$(at_most "$to_floor" 1.1)"
+# Paired by round (each round runs every program once, back to back): the median of the
+# per-round ratios, which drifts less with the machine's load than a ratio of two medians.
+paired() {
+  paste -d ' ' "$tmp/$1" "$tmp/label" | awk '$1 != "-" && $4 != "-" && $4 > 0 { r[n++] = $1 / $4 }
+    END {
+      if (n == 0) { print "-"; exit }
+      for (i = 0; i < n; i++) for (j = i + 1; j < n; j++) if (r[j] < r[i]) { t = r[i]; r[i] = r[j]; r[j] = t }
+      printf "%.2f\n", (n % 2) ? r[int(n / 2)] : (r[n / 2 - 1] + r[n / 2]) / 2
+    }'
+}
+printf '  (paired by round: %s x; minimums: %s ms vs %s ms = %s x)\n' "$(paired launcher)" \
+  "$(ms "$(stats "$tmp/launcher" 1 | cut -d' ' -f2)")" "$(ms "$(stats "$tmp/label" 1 | cut -d' ' -f2)")" \
+  "$(ratio "$(stats "$tmp/launcher" 1 | cut -d' ' -f2)" "$(stats "$tmp/label" 1 | cut -d' ' -f2)")"
 printf '  (the bare window without text: %s ms; the launcher %s x, the label window %s x of it)\n' \
   "$bare_ms" "$(ratio "$l_shown" "$bare_ms")" "$(ratio "$floor" "$bare_ms")"
 printf '  peak RSS <= 35 MB: %s MB -> %s (bare window with the label %s MB, bare window %s MB)\n' \
   "$l_rss" "$(at_most "$l_rss" 35)" "$(mb "${rss[label]}")" "$(mb "${rss[bare]}")"
 if [ -n "$other" ]; then
-  printf '  other launcher: window shown %s ms = %s x the label window, peak RSS %s MB\n' \
-    "$(ms "${shown[other]}")" "$(ratio "$(ms "${shown[other]}")" "$floor")" "$(mb "${rss[other]}")"
+  printf '  other launcher: window shown %s ms = %s x the label window (paired %s x), peak RSS %s MB\n' \
+    "$(ms "${shown[other]}")" "$(ratio "$(ms "${shown[other]}")" "$floor")" "$(paired other)" \
+    "$(mb "${rss[other]}")"
 fi
 for peer in zenity yad; do
   printf '  below %-6s window shown %s (%s vs %s ms), start to exit %s (%s vs %s ms), peak RSS %s (%s vs %s MB)\n' \
