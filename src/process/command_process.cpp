@@ -68,7 +68,7 @@ std::vector<ProcessIdentity> CommandProcess::signalTree(int signal) const {
 
 void CommandProcess::watchExit(std::shared_ptr<CommandProcess> self,
                                std::function<void(std::int32_t)> onExit,
-                               std::shared_ptr<OnItsWay> /*held until the post*/) {
+                               std::shared_ptr<OnItsWay> onItsWay) {
   // Wait without reaping first, then reap under the lock, so the pid stays ours until then.
   siginfo_t info{};
   system_calls::retryOnInterrupt(
@@ -79,7 +79,9 @@ void CommandProcess::watchExit(std::shared_ptr<CommandProcess> self,
     status = waitForExit(self->pid_);
     self->reaped_ = true;
   }
-  platform().post([onExit = std::move(onExit), status] { onExit(status); });
+  platform().post([onExit = std::move(onExit), status, onItsWay = std::move(onItsWay)] {
+    onExit(status);
+  });
 }
 
 }  // namespace kestravine

@@ -44,7 +44,8 @@ class CommandProcess {
   void kill(const std::vector<ProcessIdentity>& terminated);
 
   // The exit watcher's thread: waits for the command's end, reaps it, and posts its status (exit
-  // code, or the number of the ending signal) to `onExit` on the main queue.
+  // code, or the number of the ending signal) to `onExit` on the main queue, with its hold on
+  // `onItsWay`.
   static void watchExit(std::shared_ptr<CommandProcess> self,
                         std::function<void(std::int32_t)> onExit,
                         std::shared_ptr<OnItsWay> onItsWay);

@@ -6,8 +6,9 @@
 namespace kestravine {
 
 // One command whose output or exit report is still on its way to the main queue. The output
-// reader and the exit watcher each hold it until after their last post, so the count of such
-// commands drops only once both have queued everything.
+// reader and the exit watcher each hand it to the main queue with their last post, so the count
+// of such commands drops only once both have queued everything, and it drops on the main thread:
+// whoever waits there for the count is woken by the post that lowers it.
 //
 // Threading: any thread.
 class OnItsWay {

@@ -4,6 +4,7 @@
 
 #include <vector>
 
+#include "platform/platform.h"
 #include "system/system_calls.h"
 #include "text/line_splitter.h"
 
@@ -16,7 +17,7 @@ constexpr std::size_t kChunkSize = 64 * 1024;
 }  // namespace
 
 void readOutput(UniqueFd pipe, std::shared_ptr<LineDelivery> delivery,
-                std::shared_ptr<OnItsWay> /*held until the last post*/) {
+                std::shared_ptr<OnItsWay> onItsWay) {
   LineSplitter splitter;
   LineBatch lines;
   const LineSplitter::LineSink collect = [&lines](std::string_view line) {
@@ -33,6 +34,7 @@ void readOutput(UniqueFd pipe, std::shared_ptr<LineDelivery> delivery,
   }
   splitter.finish(collect);
   delivery->post(lines);
+  platform().post([onItsWay = std::move(onItsWay)] {});
 }
 
 }  // namespace kestravine

@@ -63,7 +63,7 @@ bool VirtualPlatform::runUntil(const std::function<bool()>& done,
     drainAll();
     if (done()) return true;
     std::unique_lock lock(wakeMutex_);
-    if (!wakeCv_.wait_until(lock, deadline, [this] { return woken_; })) return done();
+    if (!wakeCv_.wait_until(lock, deadline, [this] { return woken_; })) return false;
   }
 }
 

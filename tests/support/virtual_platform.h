@@ -30,7 +30,9 @@ class VirtualPlatform final : public Platform {
   void quit() override;
 
   // Runs main-queue tasks as they arrive until `done()` holds, checked after every batch.
-  // Returns false if it does not hold within `limit` of real time (a test failure, not a wait).
+  // Returns false if it does not hold within `limit` of real time (a test failure, not a wait),
+  // also if it came to hold by then without a post to tell: nothing may wait on a change that
+  // wakes nobody.
   bool runUntil(const std::function<bool()>& done,
                 std::chrono::steady_clock::duration limit = std::chrono::seconds(30));
 
