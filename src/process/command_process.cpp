@@ -79,9 +79,8 @@ void CommandProcess::watchExit(std::shared_ptr<CommandProcess> self,
     status = waitForExit(self->pid_);
     self->reaped_ = true;
   }
-  platform().post([onExit = std::move(onExit), status, onItsWay = std::move(onItsWay)] {
-    onExit(status);
-  });
+  platform().post(
+      [onExit = std::move(onExit), status, onItsWay = std::move(onItsWay)] { onExit(status); });
 }
 
 }  // namespace kestravine
