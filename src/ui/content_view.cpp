@@ -168,7 +168,8 @@ void ContentView::build(Model::Phase phase) {
     log_ = nullptr;
     cancelRow_ = details_ = nullptr;
   }
-  arrangement_ = new QWidget;
+  // Inside the column from the start, so what is measured while building has the view's font.
+  arrangement_ = new QWidget(column_);
   auto* layout = new QVBoxLayout(arrangement_);
   layout->setContentsMargins(0, 0, 0, 0);
   layout->setSpacing(kGap);
@@ -209,11 +210,12 @@ void ContentView::buildReady() {
   layout->addWidget(label(text(platformTexts().description.c_str()), style::systemFont(12.5),
                           Role::secondary, true, palette()));
   auto* install = pushButton(text("安装并打开"));
-  // The large control size.
+  layout->addWidget(buttonRow(install, true));
+  // The large control size, measured in the view's font that the button now has: measured in
+  // the application's font, it came out a pixel off and loaded a second Chinese face.
   install->setMinimumHeight(install->sizeHint().height() + 8);
   install->setMinimumWidth(install->sizeHint().width() + 16);
   connect(install, &QPushButton::clicked, this, [this] { model_->install(); });
-  layout->addWidget(buttonRow(install, true));
   layout->addWidget(label(text("约 3—5 分钟，看网络。要一个 Claude 账号；不用另外填钥匙。"),
                           style::systemFont(11), Role::tertiary, false, palette()));
 }

@@ -92,6 +92,8 @@ TEST_F(ContentViewTest, ArrangementsFollowThePhaseAndTheKeyboard) {
                                     "数据只在这台电脑上，不上传。装好以后打开它就能进Varnholt。",
                                     "约 3—5 分钟，看网络。要一个 Claude 账号；不用另外填钥匙。"}));
   EXPECT_EQ(texts<QPushButton>(), (Texts{"安装并打开"}));
+  // The large control: what the button needs in the font it is drawn in, and 16 by 8 more.
+  EXPECT_EQ(install->minimumSize(), install->sizeHint() + QSize(16, 8));
   expectKeys({install});
   platform().advance(std::chrono::milliseconds(300));  // autostart is set, but not to "1"
   ASSERT_EQ(view->model().phase(), Phase::ready);      // and the install button still there
