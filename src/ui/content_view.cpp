@@ -212,7 +212,7 @@ void ContentView::buildReady() {
   auto* install = pushButton(text("安装并打开"));
   layout->addWidget(buttonRow(install, true));
   // The large control size, measured in the view's font that the button now has: measured in
-  // the application's font, it came out a pixel off and loaded a second Chinese face.
+  // the application's font, it came out a pixel off wherever the two fonts differ.
   install->setMinimumHeight(install->sizeHint().height() + 8);
   install->setMinimumWidth(install->sizeHint().width() + 16);
   connect(install, &QPushButton::clicked, this, [this] { model_->install(); });
