@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "system/system_calls.h"
+#include "system/unique_fd.h"
 
 namespace kestravine {
 
@@ -25,8 +26,8 @@ struct Attempt {
 
 struct Guarded {
   QtMessageHandler previous = nullptr;
-  int stderrCopy = -1;  // the real stderr, while fd 2 is the holding file
-  int held = -1;
+  UniqueFd stderrCopy;  // the real stderr, while fd 2 is the holding file
+  UniqueFd held;
   std::vector<Attempt> attempts;
   std::string forcedPlatform;
 };
@@ -77,7 +78,7 @@ void noteAttempt(const QString& message) {
   if (!tried.empty()) tried += "；";
   const std::string line = "kestravine-launcher：连不上可以显示窗口的桌面（" + tried +
                            described("DISPLAY") + "，" + described("WAYLAND_DISPLAY") + "）。\n";
-  system_calls::writeAll(guarded->stderrCopy >= 0 ? guarded->stderrCopy : STDERR_FILENO, line);
+  system_calls::writeAll(guarded->stderrCopy ? guarded->stderrCopy.get() : STDERR_FILENO, line);
   // Not abort(): a missing desktop is no crash, and leaves no core behind.
   std::_Exit(1);
 }
@@ -96,14 +97,13 @@ DisplayGuard::DisplayGuard(std::string forcedPlatform) {
   guarded = new Guarded;
   guarded->forcedPlatform = std::move(forcedPlatform);
   // A file rather than a pipe: nothing written during start-up can block on a full buffer.
-  guarded->held = memfd_create("kestravine-held-stderr", MFD_CLOEXEC);
-  if (guarded->held >= 0) {
-    guarded->stderrCopy = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3);
+  guarded->held.reset(memfd_create("kestravine-held-stderr", MFD_CLOEXEC));
+  if (guarded->held) {
+    guarded->stderrCopy.reset(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3));
     std::fflush(stderr);
-    if (guarded->stderrCopy < 0 || dup2(guarded->held, STDERR_FILENO) < 0) {
-      if (guarded->stderrCopy >= 0) close(guarded->stderrCopy);
-      close(guarded->held);
-      guarded->stderrCopy = guarded->held = -1;
+    if (!guarded->stderrCopy || dup2(guarded->held.get(), STDERR_FILENO) < 0) {
+      guarded->stderrCopy.reset();
+      guarded->held.reset();
     }
   }
   guarded->previous = qInstallMessageHandler(onMessage);
@@ -111,18 +111,16 @@ DisplayGuard::DisplayGuard(std::string forcedPlatform) {
 
 DisplayGuard::~DisplayGuard() {
   qInstallMessageHandler(guarded->previous);
-  if (guarded->held >= 0) {
+  if (guarded->held) {
     std::fflush(stderr);
-    dup2(guarded->stderrCopy, STDERR_FILENO);
-    close(guarded->stderrCopy);
+    dup2(guarded->stderrCopy.get(), STDERR_FILENO);
     char buffer[4096];
     off_t offset = 0;
     ssize_t n;
-    while ((n = pread(guarded->held, buffer, sizeof buffer, offset)) > 0) {
+    while ((n = pread(guarded->held.get(), buffer, sizeof buffer, offset)) > 0) {
       system_calls::writeAll(STDERR_FILENO, std::string_view(buffer, static_cast<size_t>(n)));
       offset += n;
     }
-    close(guarded->held);
   }
   delete guarded;
   guarded = nullptr;

@@ -43,6 +43,8 @@ bool MainWindow::comeForward(const QString& activationToken) {
   showNormal();
   raise();
   activateWindow();
+  // Used or not (X11 has no use for it), it must not reach the commands started later.
+  qunsetenv("XDG_ACTIVATION_TOKEN");
   return true;
 }
 

@@ -11,6 +11,7 @@ namespace kestravine {
 
 namespace {
 
+constexpr int kSignals[] = {SIGTERM, SIGINT, SIGHUP};
 int wakeFd = -1;
 std::atomic<int> received{0};
 
@@ -39,7 +40,13 @@ TerminationSignals::TerminationSignals(std::function<void()> onSignalRead, QObje
   action.sa_handler = onSignal;
   sigemptyset(&action.sa_mask);
   action.sa_flags = SA_RESTART;
-  for (int number : {SIGTERM, SIGINT, SIGHUP}) sigaction(number, &action, nullptr);
+  for (int number : kSignals) sigaction(number, &action, nullptr);
+}
+
+TerminationSignals::~TerminationSignals() {
+  if (wakeFd < 0) return;
+  for (int number : kSignals) ::signal(number, SIG_DFL);
+  wakeFd = -1;
 }
 
 }  // namespace kestravine

@@ -42,18 +42,16 @@ void Child::start(const std::string& program, const std::vector<std::string>& ar
       auto delivery = LineDelivery::create(onLine);
       auto onItsWay = std::make_shared<OnItsWay>();
       proc_->setPid(spawned.pid);
-      std::thread(CommandProcess::watchExit, proc_, onExit, onItsWay).detach();
-      {
-        std::lock_guard lock(lock_);
-        runningFlag_ = true;
-      }
-      std::thread(readOutput, std::move(spawned.output), std::move(delivery), std::move(onItsWay))
-          .detach();
+      // The reader first: it holds only the pipe and ends once the command is gone, so if the
+      // watcher cannot be started either, killing and reaping the command here is all it takes.
+      std::thread(readOutput, std::move(spawned.output), std::move(delivery), onItsWay).detach();
+      std::thread(CommandProcess::watchExit, proc_, onExit, std::move(onItsWay)).detach();
+      std::lock_guard lock(lock_);
+      runningFlag_ = true;
       return;
     } catch (const std::system_error&) {
       // No thread to be had: nobody could read the output or report the exit, so the command
-      // must not run. Once the watcher runs, it reaps and reports; before, do it here.
-      if (runningFlag_) return;
+      // must not run.
       ::kill(spawned.pid, SIGKILL);
       waitForExit(spawned.pid);
     }

@@ -21,7 +21,8 @@ namespace kestravine {
 // number; every other process is signalled through its identity.
 //
 // Threading: shared by the Child (main thread), the exit watcher and the kill follow-up (threads
-// of their own); every member is used under the lock.
+// of their own). The pid and the mark are fixed before the exit watcher starts; everything else
+// is used under the lock.
 class CommandProcess {
  public:
   CommandProcess() = default;

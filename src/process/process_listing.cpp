@@ -71,7 +71,10 @@ std::vector<pid_t> descendants(const std::unordered_map<pid_t, pid_t>& parents, 
 }
 
 std::string read() {
-  auto listing = spawnWithOutput({"/bin/ps", {"-A", "-o", "pid=,ppid="}, {}, {}, -1});
+  // An environment of its own: ps needs nothing of the launcher's, and this runs on background
+  // threads, which must not read the process environment while the main thread may change it.
+  auto listing = spawnWithOutput(
+      {"/bin/ps", {"-A", "-o", "pid=,ppid="}, {}, std::vector<std::string>{"LC_ALL=C"}, -1});
   if (listing.pid < 0) return {};  // an empty listing, at once
   std::string output = system_calls::readToEnd(listing.output.get());
   waitForExit(listing.pid);

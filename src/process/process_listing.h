@@ -17,7 +17,7 @@ namespace process_listing {
 std::unordered_map<pid_t, pid_t> parse(std::string_view listing);
 
 // Every process whose chain of parents reaches `root` within 200 steps, `root` excluded, each
-// once, in no particular order. Circles of parents end at the step limit.
+// once, in no particular order. A circle of parents never makes the walk loop.
 std::vector<pid_t> descendants(const std::unordered_map<pid_t, pid_t>& parents, pid_t root);
 
 // Runs "/bin/ps" and returns what it printed; empty if it cannot be started.

@@ -59,7 +59,7 @@ class ContentView final : public QWidget {
   bool appeared_ = false;
 
   QWidget* column_ = nullptr;  // title and arrangement, anchored at the top
-  QLabel* title_;
+  QLabel* title_ = nullptr;
   QWidget* arrangement_ = nullptr;
   Model::Phase shownPhase_ = Model::Phase::checking;
   // Parts of the current arrangement that follow the model; null where absent.
