@@ -1,7 +1,6 @@
 #include "app/display_guard.h"
 
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <QGuiApplication>
@@ -97,7 +96,7 @@ DisplayGuard::DisplayGuard(std::string forcedPlatform) {
   guarded = new Guarded;
   guarded->forcedPlatform = std::move(forcedPlatform);
   // A file rather than a pipe: nothing written during start-up can block on a full buffer.
-  guarded->held.reset(memfd_create("kestravine-held-stderr", MFD_CLOEXEC));
+  guarded->held = system_calls::makeMemoryFile("kestravine-held-stderr");
   if (guarded->held) {
     guarded->stderrCopy.reset(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3));
     std::fflush(stderr);

@@ -102,10 +102,14 @@ std::optional<SingleInstance::Answer> askFirst(const std::string& path) {
   while (reply.find('\n') == std::string::npos) {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
         deadline - std::chrono::steady_clock::now());
+    if (left.count() <= 0) break;
     pollfd readable{fd.get(), POLLIN, 0};
-    if (left.count() <= 0 || ::poll(&readable, 1, static_cast<int>(left.count())) <= 0) break;
+    const int ready = ::poll(&readable, 1, static_cast<int>(left.count()));
+    if (ready < 0 && errno == EINTR) continue;  // again, with the time that is left
+    if (ready <= 0) break;
     char buffer[64];
-    const ssize_t n = ::read(fd.get(), buffer, sizeof buffer);
+    const ssize_t n =
+        system_calls::retryOnInterrupt([&] { return ::read(fd.get(), buffer, sizeof buffer); });
     if (n <= 0) break;
     reply.append(buffer, static_cast<std::size_t>(n));
   }
@@ -146,8 +150,7 @@ void SingleInstance::serve(std::function<bool(const QString& token)> onLaunch) {
   auto* listening =
       new QSocketNotifier(listener_.get(), QSocketNotifier::Read, QCoreApplication::instance());
   QObject::connect(listening, &QSocketNotifier::activated, [this, listening, onLaunch] {
-    auto connection = std::make_shared<UniqueFd>(
-        ::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    auto connection = std::make_shared<UniqueFd>(system_calls::acceptConnection(listener_.get()));
     if (!*connection) return;
     auto* reading = new QSocketNotifier(connection->get(), QSocketNotifier::Read, listening);
     auto request = std::make_shared<std::string>();

@@ -40,6 +40,14 @@ std::string readToEnd(int fd);
 // Writes all of `bytes` to `fd`, however many writes it takes; false if one fails.
 bool writeAll(int fd, std::string_view bytes);
 
+// A file in memory, close-on-exec, for bytes to be held back and written out later; named
+// `name` where the system shows such files. None if the system has no descriptor left.
+UniqueFd makeMemoryFile(const char* name);
+
+// The next connection waiting on the listening socket `listener`, close-on-exec and
+// non-blocking; none if there is none yet.
+UniqueFd acceptConnection(int listener);
+
 // pidfd_open(2): a descriptor that keeps naming the process `pid` names now.
 extern int (*pidfdOpen)(pid_t pid);
 // pidfd_send_signal(2).

@@ -1,6 +1,8 @@
 #include "system/system_calls.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -46,6 +48,15 @@ bool writeAll(int fd, std::string_view bytes) {
     bytes.remove_prefix(static_cast<std::size_t>(n));
   }
   return true;
+}
+
+UniqueFd makeMemoryFile(const char* name) {
+  return UniqueFd(::memfd_create(name, MFD_CLOEXEC));
+}
+
+UniqueFd acceptConnection(int listener) {
+  return UniqueFd(retryOnInterrupt(
+      [&] { return ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK); }));
 }
 
 }  // namespace kestravine::system_calls
