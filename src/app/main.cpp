@@ -20,6 +20,7 @@
 #include "app/termination_signals.h"
 #include "app/window_icon.h"
 #include "env/ctx.h"
+#include "system/system_calls.h"
 #include "ui/content_view.h"
 
 namespace {
@@ -42,6 +43,7 @@ bool hasDisplay(const std::string& forced) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  kestravine::system_calls::setCloseOnExecFrom(3);
   if (const std::optional<int> status = kestravine::answerCommandLine(argc, argv)) {
     return *status;
   }

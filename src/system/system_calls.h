@@ -40,6 +40,11 @@ std::string readToEnd(int fd);
 // Writes all of `bytes` to `fd`, however many writes it takes; false if one fails.
 bool writeAll(int fd, std::string_view bytes);
 
+// Marks every descriptor from `first` on close-on-exec: what the launcher inherited from whoever
+// started it then reaches none of the programs it runs, also those its toolkit starts for it
+// (the browser, which may live for hours). Best effort.
+void setCloseOnExecFrom(int first);
+
 // A file in memory, close-on-exec, for bytes to be held back and written out later; named
 // `name` where the system shows such files. None if the system has no descriptor left.
 UniqueFd makeMemoryFile(const char* name);

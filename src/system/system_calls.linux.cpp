@@ -6,6 +6,10 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <filesystem>
+
+#include "text/decimal.h"
+
 namespace kestravine::system_calls {
 
 namespace {
@@ -48,6 +52,16 @@ bool writeAll(int fd, std::string_view bytes) {
     bytes.remove_prefix(static_cast<std::size_t>(n));
   }
   return true;
+}
+
+void setCloseOnExecFrom(int first) {
+  if (::close_range(static_cast<unsigned>(first), ~0U, CLOSE_RANGE_CLOEXEC) == 0) return;
+  // Kernels before 5.11: one by one, as /proc lists them.
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd", error)) {
+    const auto fd = parseDecimal<int>(entry.path().filename().string());
+    if (fd && *fd >= first) ::fcntl(*fd, F_SETFD, FD_CLOEXEC);
+  }
 }
 
 UniqueFd makeMemoryFile(const char* name) {

@@ -41,10 +41,12 @@ unset DISPLAY WAYLAND_DISPLAY QT_QPA_PLATFORM XDG_SESSION_TYPE
 
 # The stub records when it was forked (clock ticks since boot, field 22 of its stat line), not
 # when it got to run: the launcher starts its 0.8 s only after the stub's exec, so that moment
-# comes before it however late a busy machine lets the stub run.
+# comes before it however late a busy machine lets the stub run. It also notes whether it got
+# descriptor 7, which the launcher inherited from whoever started it.
 cat >"$bin/xdg-open" <<STUB
 #!/bin/sh
 url=\$1
+if [ -e /proc/\$\$/fd/7 ]; then echo "descriptor 7" >>'$scratch/inherited'; fi
 read -r stat </proc/\$\$/stat
 set -- \${stat##*) }
 shift 19
@@ -77,7 +79,7 @@ run_on() {
   shift
   local home="$scratch/$desktop/home dir" log="$scratch/$desktop/stderr"
   mkdir -p "$home"
-  rm -f "$scratch/opened"
+  rm -f "$scratch/opened" "$scratch/inherited"
   echo "== $desktop"
   # A port offset whose port nobody listens on.
   local offset
@@ -89,7 +91,8 @@ run_on() {
 
   local status=0
   env "$@" PATH="$bin:$PATH" KESTRAVINE_HOME="$home" ZORVEL_PORT_OFFSET=$offset \
-    KESTRAVINE_LAUNCHER_AUTOSTART=1 timeout 120 "$launcher" 2>"$log" || status=$?
+    KESTRAVINE_LAUNCHER_AUTOSTART=1 timeout 120 "$launcher" 2>"$log" 7</dev/null ||
+    status=$?
   local uptime
   read -r uptime _ </proc/uptime
   # Without the protocol trace, which runs to thousands of lines.
@@ -103,6 +106,7 @@ run_on() {
   echo "opened: $url"
   [[ $url == "http://127.0.0.1:$port/home/" ]] || die "expected port $port"
   [[ $(wc -l <"$scratch/opened") -eq 1 ]] || die "opened more than once"
+  [[ ! -e $scratch/inherited ]] || die "the browser got what the launcher inherited: $(cat "$scratch/inherited")"
   # Both count from boot: the uptime in hundredths of a second, the fork in clock ticks; each is
   # cut to 10 ms, well within the margin below.
   local after_ms=$((10#${uptime/./} * 10 - opened_at * 1000 / $(getconf CLK_TCK)))
