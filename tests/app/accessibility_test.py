@@ -160,7 +160,7 @@ def main():
     # starts, so that Qt is told which events are wanted.
     pyatspi.Registry.registerEventListener(
         record, "object:state-changed:focused", "object:state-changed:expanded",
-        "object:text-changed:insert")
+        "object:state-changed:checked", "object:text-changed:insert")
     Gio.bus_get_sync(Gio.BusType.SESSION).call_sync(
         "org.a11y.Bus", "/org/a11y/bus", "org.freedesktop.DBus.Properties", "Set",
         GLib.Variant("(ssv)", ("org.a11y.Status", "ScreenReaderEnabled", GLib.Variant("b", True))),
@@ -237,6 +237,10 @@ def walk_launcher(child):
                         lambda: told("object:state-changed:expanded", "详情", mark))
     if [(e[1], e[3]) for e in expanded] != [("push button", 1)]:
         raise Failure(f"expanded events: {expanded}")
+    # Both go out on the bridge's one connection, so a "checked" would have come before it.
+    checked = told("object:state-changed:checked", "详情", mark)
+    if checked:
+        raise Failure(f"the toggle told of a checked state: {checked}")
     wait_for("every line in the details",
              lambda: log_text(window) == "\n".join(ALL_LINES), window)
     print(f"ok: details expanded (state and event); the log reads all {len(ALL_LINES)} lines")
