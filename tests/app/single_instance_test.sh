@@ -17,7 +17,10 @@ wait_until() {
   die "timed out waiting for: $*"
 }
 pids=()
-cleanup() { for p in "${pids[@]}"; do kill -9 "$p" 2>/dev/null || true; done; pkill -9 -f "$tmp/gate" || true; }
+cleanup() {
+  for p in "${pids[@]}"; do kill -9 "$p" 2>/dev/null || true; done
+  pkill -9 -f "$tmp/product/" || true  # later launchers that did not end, and their installs
+}
 trap cleanup EXIT
 
 # The product: an install script that notes each run in its home and waits at a gate.
@@ -35,10 +38,11 @@ export XDG_RUNTIME_DIR=$tmp/run QT_QPA_PLATFORM=offscreen KESTRAVINE_LAUNCHER_AU
 # The first launcher of a home, in the background: $! is the launcher itself.
 run() { KESTRAVINE_HOME=$1 exec "$tmp/product/bin/${launcher##*/}" 2>>"$tmp/first.err"; }
 installs() { [[ $(cat "$tmp/$1/installs" 2>/dev/null | wc -l) -eq $2 ]]; }
-# A later launch: ends by itself (a hang is a second launcher running) with `status`.
+# A later launch: ends by itself (a hang is a second launcher running) with `status`. A hanging
+# one is killed: asked to end, it would wait for the install it started.
 later() {
   local home=$1 status=0
-  timeout 20 "${@:3}" env KESTRAVINE_HOME="$home" "$tmp/product/bin/${launcher##*/}" \
+  timeout -k 5 20 "${@:3}" env KESTRAVINE_HOME="$home" "$tmp/product/bin/${launcher##*/}" \
     >"$tmp/out" 2>"$tmp/err" || status=$?
   [[ $status -eq $2 ]] || die "a later launch of $home ended with $status: $(cat "$tmp/out" "$tmp/err")"
 }
@@ -50,7 +54,7 @@ for home in "$tmp/home1" "$tmp/link/" "$tmp/home2/../home1"; do
   [[ ! -s $tmp/out && ! -s $tmp/err ]] || die "said something without a terminal: $(cat "$tmp/out" "$tmp/err")"
 done
 status=0
-timeout 20 script -qec "KESTRAVINE_HOME='$tmp/home1' '$tmp/product/bin/${launcher##*/}'" /dev/null \
+timeout -k 5 20 script -qec "KESTRAVINE_HOME='$tmp/home1' '$tmp/product/bin/${launcher##*/}'" /dev/null \
   >"$tmp/out" || status=$?
 [[ $status -eq 0 && $(grep -c 已把它的窗口带到前面 "$tmp/out") -eq 1 ]] ||
   die "on a terminal: status $status, said: $(cat "$tmp/out")"
