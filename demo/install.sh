@@ -41,6 +41,57 @@ usage() {
   printf 'usage: %s --from <kestravine-VERSION.tar.gz>\n' "${0##*/}"
 }
 
+# Who answers on the port: "ours" for this home's server, "varnholt" for another home's,
+# "other" for anything else. This home's server sends the token of its instance file (read
+# by the rules of common.js: it counts only in the folder it was made for, not in a copy);
+# one too old to send a token is known by the pid file naming a live server.js of this home.
+# The installed copy may predate all of this, so none of its code is used.
+port_holder() {
+  # shellcheck disable=SC2016 # JavaScript, not shell
+  "$node_bin" -e '
+    const fs = require("fs");
+    const http = require("http");
+    const path = require("path");
+    const [port, app] = process.argv.slice(1);
+    const read = (file) => {
+      try {
+        return fs.readFileSync(file, "utf8");
+      } catch {
+        return "";
+      }
+    };
+    let appDir = null;
+    try {
+      appDir = fs.realpathSync(app);
+    } catch {}
+    const instance = read(path.join(app, ".zorvel", "instance"));
+    const cut = instance.indexOf("\n");
+    const token = appDir !== null && cut > 0 && instance.slice(cut + 1, -1) === appDir ? instance.slice(0, cut) : null;
+    const pid = Number(read(path.join(app, ".zorvel", "run", "server.pid")).trim());
+    const running = appDir !== null && Number.isInteger(pid) && pid > 0 &&
+      read(`/proc/${pid}/cmdline`).split("\0").includes(path.join(appDir, "server.js"));
+    const say = (word) => {
+      process.stdout.write(`${word}\n`);
+      process.exit(0);
+    };
+    const req = http.get({ host: "127.0.0.1", port: Number(port), path: "/home/", timeout: 2000 }, (res) => {
+      const sent = res.headers["x-varnholt-instance"];
+      let body = "";
+      res.setEncoding("utf8");
+      res.on("data", (chunk) => {
+        if (body.length < 65536) body += chunk;
+      });
+      res.on("end", () => {
+        if (sent !== undefined) say(sent === token ? "ours" : "varnholt");
+        else if (body.includes("<title>Varnholt</title>")) say(running ? "ours" : "varnholt");
+        else say("other");
+      });
+    });
+    req.on("timeout", () => req.destroy());
+    req.on("error", () => say("other"));
+  ' "$port" "$home/app" 2>/dev/null || echo other
+}
+
 # --- arguments --------------------------------------------------------------------------------
 
 from=""
@@ -85,6 +136,14 @@ else
   while [[ ${#user_home} -gt 1 && $user_home == */ ]]; do user_home=${user_home%/}; done
   [[ $user_home == / ]] && user_home=""
   home="$user_home/.kestravine"
+fi
+# A relative home is taken from the folder install.sh runs in. Made absolute once, here: node
+# reads a relative path given to require() as a module name, and up.js and the server learn
+# their folder from node.
+if [[ $home != /* ]]; then
+  while [[ $home == ./* ]]; do home=${home#./}; done
+  here=$(pwd -P) || die "cannot tell the current folder, which the product home $home is relative to."
+  home="$here/$home"
 fi
 
 # Same reading of the offset as the launcher's, so both talk about the same port.
@@ -155,7 +214,11 @@ else
 fi
 pace
 if (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null; then
-  info "port $port already answers (an earlier Varnholt, stopped below before the new one starts)"
+  case $(port_holder) in
+    ours) info "port $port already answers (this home's Varnholt, stopped below before the new one starts)" ;;
+    varnholt) warn "port $port is taken by another Varnholt (another product home); it is not stopped here" ;;
+    *) warn "port $port is taken by another program; it is not stopped here" ;;
+  esac
 else
   ok "port $port is free"
 fi
@@ -253,9 +316,28 @@ if [[ -n $previous && -d $previous/.zorvel/logs ]]; then
   mkdir -p -- "$home/app/.zorvel"
   mv -- "$previous/.zorvel/logs" "$home/app/.zorvel/logs" && ok "kept the earlier logs"
 fi
+# The token by which this home's server is told from another home's on the same port. A
+# reinstall keeps it; common.js checks that it was made for this folder, else makes a new one.
+if [[ -n $previous && -f $previous/.zorvel/instance ]]; then
+  mkdir -p -- "$home/app/.zorvel"
+  mv -- "$previous/.zorvel/instance" "$home/app/.zorvel/instance"
+fi
+# shellcheck disable=SC2016 # JavaScript, not shell
+token_state=$(cd "$home/app" && "$node_bin" -e '
+  const common = require("./common.js");
+  const had = common.readInstance();
+  common.instanceToken();
+  console.log(had ? "kept" : "new");') ||
+  die "cannot write the instance token: $home/app/.zorvel/instance"
+# One carried over keeps the mode it had; the token is nobody else's business.
+chmod 600 -- "$home/app/.zorvel/instance"
+if [[ $token_state == kept ]]; then ok "kept the instance token"; else ok "made a new instance token"; fi
 pace
 if ! (cd "$home/app" && ZORVEL_PORT_OFFSET=$offset "$node_bin" up.js 9>&-); then
-  die "Varnholt did not start." "The log is in $home/app/.zorvel/logs/monitor.log"
+  if [[ -f $home/app/.zorvel/logs/monitor.log ]]; then
+    die "Varnholt did not start." "The log is in $home/app/.zorvel/logs/monitor.log"
+  fi
+  die "Varnholt did not start."
 fi
 
 printf '%s==> Varnholt %s is installed and running at %s%s\n' "$green" "$version" "$url" "$reset"

@@ -16,6 +16,8 @@ function note(text) {
 
 const startedAt = new Date();
 const port = common.port();
+// This home's identity; made here when an install by an older install.sh left none.
+const instance = common.instanceToken();
 
 function escapeHtml(text) {
   return String(text).replace(/[&<>"']/g, (c) => `&#${c.charCodeAt(0)};`);
@@ -88,7 +90,8 @@ const server = http.createServer((req, res) => {
   }
   const pathname = new URL(req.url, 'http://localhost').pathname;
   if (pathname === '/home/') {
-    send(req, res, 200, html, homePage());
+    // Whoever finds a Varnholt on this port can tell whether it is the one of their home.
+    send(req, res, 200, { ...html, 'X-Varnholt-Instance': instance }, homePage());
   } else if (pathname === '/' || pathname === '/home') {
     send(req, res, 302, { Location: '/home/', 'Content-Type': 'text/plain; charset=utf-8' }, 'see /home/\n');
   } else {

@@ -22,12 +22,25 @@ function logTail(lines = 10) {
   }
 }
 
-// Polls until the page answers, the server process ends, or the deadline passes.
-async function waitForAnswer(isRunning) {
+// One line on what holds the port instead of us, and the ways out.
+function portTakenBy(holder) {
+  const port = common.port();
+  if (holder.varnholt) {
+    return `Port ${port} is taken by another Varnholt (another product home); stop that one ` +
+      '("npm run -s zorvel:down" in its app folder) or choose another ZORVEL_PORT_OFFSET.';
+  }
+  const what = holder.status ? `it answered HTTP ${holder.status}` : 'it does not answer HTTP';
+  return `Port ${port} is taken by another program (${what}); stop that program or choose ` +
+    'another ZORVEL_PORT_OFFSET.';
+}
+
+// Polls until the page answers (in a way `accept` takes), the server process ends, or the
+// deadline passes.
+async function waitForAnswer(isRunning, accept = () => true) {
   const deadline = Date.now() + readyWithinMs;
   for (;;) {
     const answer = await common.probe(Math.max(100, Math.min(1000, deadline - Date.now())));
-    if (answer) return answer;
+    if (answer && accept(answer)) return answer;
     if (!isRunning()) return 'exited';
     if (Date.now() >= deadline) return 'timeout';
     await common.sleep(pollEveryMs);
@@ -36,6 +49,8 @@ async function waitForAnswer(isRunning) {
 
 async function main() {
   const url = common.homeUrl();
+  // Before anything answers: an install by an older install.sh has no token yet.
+  common.instanceToken();
   const recorded = common.readPid();
 
   if (recorded && common.isOurServer(recorded)) {
@@ -52,14 +67,18 @@ async function main() {
     }
   }
 
-  const foreign = await common.probe();
-  if (foreign) {
-    if (foreign.ours) {
+  let holder = await common.probe();
+  if (!holder && (await common.portTaken())) {
+    // Something takes connections without answering HTTP, or has only just begun listening:
+    // ask once more before calling it foreign.
+    holder = (await common.probe()) || { status: null, ours: false, varnholt: false };
+  }
+  if (holder) {
+    if (holder.ours) {
       console.log(green(`Varnholt already answers at ${url}; not starting another copy.`));
       return 0;
     }
-    console.error(red(`Port ${common.port()} is taken by another program (it answered HTTP ${foreign.status}).`));
-    console.error('Stop that program, or choose another ZORVEL_PORT_OFFSET.');
+    console.error(red(portTakenBy(holder)));
     return 1;
   }
 
@@ -84,13 +103,18 @@ async function main() {
   child.unref();
   console.log(`Starting Varnholt on ${url} (pid ${child.pid}) ...`);
 
-  const answer = await waitForAnswer(() => !exited);
+  // Only our own answer counts: whatever else took the port meanwhile makes our server exit.
+  const answer = await waitForAnswer(() => !exited, (a) => a.ours);
   if (answer === 'exited') {
     // Lost a race with another start? Then that one answers now.
     const other = await common.probe();
     if (other && other.ours) {
       console.log(green(`Varnholt already answers at ${url}.`));
       return 0;
+    }
+    if (other) {
+      console.error(red(portTakenBy(other)));
+      return 1;
     }
     console.error(red(`Varnholt stopped right after starting. The last lines of ${common.logFile}:`));
     console.error(logTail());
