@@ -85,6 +85,18 @@ std::string Ctx::kestravineHome() {
   return ctx_rules::kestravineHome(env(), ctx_rules::userHome(env()));
 }
 
+std::string Ctx::canonicalHome() {
+  namespace fs = std::filesystem;
+  std::error_code error;
+  fs::path path = fs::absolute(kestravineHome(), error);
+  if (error) path = kestravineHome();  // no working directory left to resolve it against
+  if (auto canonical = fs::weakly_canonical(path, error); !error) path = canonical;
+  std::string text = path.lexically_normal().string();
+  // "/opt/k/" and "/opt/k" are one home.
+  while (text.size() > 1 && text.back() == '/') text.pop_back();
+  return text;
+}
+
 std::int64_t Ctx::portOffset() {
   const std::string* value = lookup(env(), "ZORVEL_PORT_OFFSET");
   return ctx_rules::portOffset(value ? std::string_view(*value) : std::string_view());

@@ -18,6 +18,10 @@ struct Ctx {
   static const std::map<std::string, std::string>& env();
   // "KESTRAVINE_HOME" exactly as set when non-empty, otherwise the user's home + "/.kestravine".
   static std::string kestravineHome();
+  // The product home as one absolute path, relative spellings resolved against the working
+  // directory, without ".", ".." or symbolic links as far as it exists: what two spellings of
+  // one home have in common. For telling homes apart; children get kestravineHome() as set.
+  static std::string canonicalHome();
   // "ZORVEL_PORT_OFFSET" when it is a decimal integer from 0 to 19999, otherwise 0.
   static std::int64_t portOffset();
   // Where the tarball and install.sh lie: <executable dir>/../share/kestravine when that exists,

@@ -9,8 +9,10 @@
 
 #include "env/ctx.h"
 #include "model/platform_words.h"
+#include "model/port_report.h"
 #include "platform/platform.h"
 #include "process/child.h"
+#include "process/port_owner.h"
 
 namespace kestravine {
 
@@ -21,7 +23,7 @@ constexpr const char* kStatusInstalling = "在装，第一次要几分钟。";
 constexpr const char* kInstallFailedBefore = "没能装完（退出码 ";
 constexpr const char* kStatusOpened = "打开了。";
 constexpr const char* kServicesFailedBefore = "服务没能起来。日志在 ";
-constexpr const char* kServicesFailedAfter = "/app/.zorvel/logs/monitor.log。";
+constexpr const char* kMonitorLog = "/app/.zorvel/logs/monitor.log";
 constexpr const char* kCancelled = "停下了。什么都没改坏，再点一次可以重来。";
 
 constexpr const char* kBash = "/bin/bash";
@@ -31,14 +33,24 @@ constexpr std::int64_t kProbeAttempts = 45;
 constexpr Delay kProbePause{2000};
 constexpr Delay kQuitDelay{800};
 constexpr Delay kAutostartDelay{300};
+// Lines of the services' log that a failure to come up shows in its details.
+constexpr std::size_t kLogTailLines = 10;
 
 const std::vector<std::string>& serviceStartArgs() {
   static const std::vector<std::string> args{"-lc", "npm run -s zorvel:up"};
   return args;
 }
 
+int applicationPort() {
+  return static_cast<int>(kBasePort + Ctx::portOffset());
+}
+
 std::string applicationAddress() {
-  return "http://127.0.0.1:" + std::to_string(kBasePort + Ctx::portOffset()) + "/home/";
+  return "http://127.0.0.1:" + std::to_string(applicationPort()) + "/home/";
+}
+
+PortOwner portOwner() {
+  return PortOwner::of(applicationPort(), Ctx::canonicalHome());
 }
 
 // Names compare as Unicode text: by code point after canonical normalisation. UTF-8 byte order
@@ -157,6 +169,9 @@ void Model::check() {
     return;
   }
   assign(Field::headline, headline_, platformTexts().headlineInstalled);
+  // A program that is not the product holds the port: the services could not bind it, and the
+  // probe would take that program's answers for the product's.
+  if (refuse(portOwner())) return;
   assign(Field::phase, phase_, Phase::working);
   assign(Field::status, status_, std::string(kStatusInstalled));
   assign(Field::canCancel, canCancel_, true);
@@ -176,9 +191,14 @@ void Model::startServices() {
     if (const char* own = std::getenv("BASH_ENV"))
       extraEnv.emplace("KESTRAVINE_USER_BASH_ENV", own);
   }
-  // The exit status is not looked at: whether the services came up is the probe's to decide.
+  // Whether the services came up is the probe's to decide; the exit status only lets it give up
+  // early when nothing can answer any more.
   startRun(serviceStartArgs(), Ctx::kestravineHome() + "/app", std::move(extraEnv),
-           [](Model& self, std::int32_t) { self.openWhenReady(0); });
+           [](Model& self, std::int32_t status) {
+             self.serviceStart_->status = status;
+             self.openWhenReady(0);
+           });
+  serviceStart_ = ServiceStart{child_->mark(), std::nullopt};
 }
 
 void Model::install() {
@@ -191,6 +211,7 @@ void Model::install() {
     assign(Field::phase, phase_, Phase::failed);
     return;
   }
+  serviceStart_.reset();
   assign(Field::phase, phase_, Phase::working);
   assign(Field::canCancel, canCancel_, true);
   assign(Field::status, status_, std::string(kStatusInstalling));
@@ -214,10 +235,7 @@ void Model::install() {
 
 void Model::openWhenReady(std::int64_t attempt) {
   if (closed_) return;
-  if (attempt == kProbeAttempts) {
-    fail(kServicesFailedBefore + Ctx::kestravineHome() + kServicesFailedAfter);
-    return;
-  }
+  if (attempt == kProbeAttempts) return failToComeUp();
   // The probe's Child is a temporary: it keeps running and reports its exit once dropped.
   Child probe;
   // "-q" (only read as the first argument) skips the user's curlrc, and "--noproxy" every proxy
@@ -230,13 +248,41 @@ void Model::openWhenReady(std::int64_t attempt) {
         auto self = weak.lock();
         if (!self || self->closed_) return;
         if (status != 0) {
+          if (self->nothingWillAnswer()) return self->failToComeUp();
           platform().postAfter(kProbePause, [self, attempt] { self->openWhenReady(attempt + 1); });
           return;
         }
+        // Only the product's own server is opened, never another program's page on its port.
+        const PortOwner owner = portOwner();
+        if (self->refuse(owner)) return;
+        // Answered where it cannot be tied to a process: the details say what was seen.
+        if (owner.kind != PortOwner::Kind::product)
+          self->append(port_report::seen(applicationPort(), owner, true));
         self->assign(Field::status, self->status_, std::string(kStatusOpened));
         self->assign(Field::canCancel, self->canCancel_, false);
         self->openAndQuit();
       });
+}
+
+bool Model::refuse(const PortOwner& owner) {
+  auto text = port_report::refusal(applicationPort(), owner);
+  if (text) fail(std::move(*text));
+  return text.has_value();
+}
+
+bool Model::nothingWillAnswer() const {
+  return serviceStart_ && serviceStart_->status.value_or(0) != 0 &&
+         portOwner().kind == PortOwner::Kind::nobody && serviceStart_->mark.carriers().empty();
+}
+
+void Model::failToComeUp() {
+  if (serviceStart_ && serviceStart_->status.value_or(0) != 0)
+    append(port_report::startStatus(*serviceStart_->status));
+  append(port_report::seen(applicationPort(), portOwner(), false));
+  const std::string home = Ctx::kestravineHome();
+  for (std::string& line : port_report::tail(home + kMonitorLog, kLogTailLines))
+    append(std::move(line));
+  fail(kServicesFailedBefore + home + kMonitorLog + "。");
 }
 
 void Model::openAndQuit() {

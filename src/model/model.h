@@ -9,9 +9,12 @@
 #include <string>
 #include <vector>
 
+#include "process/step_mark.h"
+
 namespace kestravine {
 
 class Child;
+struct PortOwner;
 
 // The launcher's observable state and the install flow that drives it: the pre-flight check and
 // service start, the install run, the readiness probe with open-and-quit, cancel and retry.
@@ -90,6 +93,14 @@ class Model : public std::enable_shared_from_this<Model> {
   void startServices();
   void openWhenReady(std::int64_t attempt);
   void openAndQuit();
+  // When a program that is not the product holds the port, fails with a text that names it and
+  // returns true.
+  bool refuse(const PortOwner& owner);
+  // Certain that the product will not answer: its service start failed, nothing listens on the
+  // port and nothing the start started lives on.
+  bool nothingWillAnswer() const;
+  // The probe gives up: the reasons go into the details, then the failure.
+  void failToComeUp();
   void finishClosing();
 
   // Starts `child_` anew for a service start or an install; the exit handler runs only for
@@ -114,6 +125,13 @@ class Model : public std::enable_shared_from_this<Model> {
   std::string failure_;
   bool canCancel_ = false;
   std::shared_ptr<Child> child_;
+  // The last service start, for the probe that follows it: what it left running carries its
+  // mark, and its exit status (none while it runs). None after an install.
+  struct ServiceStart {
+    StepMark mark;
+    std::optional<std::int32_t> status;
+  };
+  std::optional<ServiceStart> serviceStart_;
   bool closed_ = false;
   std::function<void()> whenClosed_;
 

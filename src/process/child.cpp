@@ -25,7 +25,7 @@ constexpr auto kKillDelay = std::chrono::seconds(10);
 
 }  // namespace
 
-Child::Child() : proc_(std::make_shared<CommandProcess>()) {}
+Child::Child() : proc_(std::make_shared<CommandProcess>(StepMark::fresh(Ctx::canonicalHome()))) {}
 
 Child::~Child() = default;
 
@@ -81,6 +81,10 @@ void Child::afterPendingKills(Task task) {
 
 std::size_t Child::reportsOnTheirWay() {
   return OnItsWay::count();
+}
+
+const StepMark& Child::mark() const {
+  return proc_->mark();
 }
 
 bool Child::isRunning() const {

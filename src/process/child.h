@@ -14,6 +14,7 @@
 namespace kestravine {
 
 class CommandProcess;
+class StepMark;
 
 // One external command: runs it with the product's search path and extra variables, delivers
 // its merged stdout and stderr as cleaned, non-empty lines and its exit status, and can stop it
@@ -66,6 +67,10 @@ class Child {
   // main queue. Once it is 0, everything they will deliver has been queued: for a caller that
   // must know that nothing more is coming (tests check what did not happen against it).
   static std::size_t reportsOnTheirWay();
+
+  // The mark everything the command starts carries; a copy outlives the Child and still finds
+  // what the command left running.
+  const StepMark& mark() const;
 
   // True from a successful launch on, also after the command has ended.
   bool isRunning() const;

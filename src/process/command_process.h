@@ -25,7 +25,7 @@ namespace kestravine {
 // is used under the lock.
 class CommandProcess {
  public:
-  CommandProcess() = default;
+  explicit CommandProcess(StepMark mark) : mark_(std::move(mark)) {}
   CommandProcess(const CommandProcess&) = delete;
   CommandProcess& operator=(const CommandProcess&) = delete;
 
@@ -62,7 +62,7 @@ class CommandProcess {
   std::vector<ProcessIdentity> signalTree(int signal) const;
 
   pid_t pid_ = -1;
-  const StepMark mark_ = StepMark::fresh();
+  const StepMark mark_;
   std::mutex reapMutex_;
   bool reaped_ = false;  // guarded by reapMutex_
 };

@@ -10,24 +10,38 @@
 
 namespace kestravine {
 
-StepMark StepMark::fresh() {
+namespace {
+
+bool holdsEntry(std::string_view environment, std::string_view wanted) {
+  for (std::size_t pos = 0; pos < environment.size();) {
+    const std::size_t end = std::min(environment.find('\0', pos), environment.size());
+    if (environment.substr(pos, end - pos) == wanted) return true;
+    pos = end + 1;
+  }
+  return false;
+}
+
+}  // namespace
+
+StepMark StepMark::fresh(const std::string& home) {
   static std::atomic<unsigned> count{0};
   std::random_device random;
   const auto bits = (static_cast<unsigned long long>(random()) << 32) | random();
   char token[64];
   std::snprintf(token, sizeof token, "%d-%u-%016llx", static_cast<int>(::getpid()), ++count, bits);
-  return StepMark(token);
+  return StepMark(token, home);
 }
 
-StepMark::StepMark(std::string token) : entry_(std::string(kVariable) + "=" + token) {}
+StepMark::StepMark(std::string token, const std::string& home)
+    : entry_(std::string(kVariable) + "=" + token),
+      homeEntry_(std::string(kHomeVariable) + "=" + home) {}
 
 bool StepMark::carriedBy(std::string_view environment) const {
-  for (std::size_t pos = 0; pos < environment.size();) {
-    const std::size_t end = std::min(environment.find('\0', pos), environment.size());
-    if (environment.substr(pos, end - pos) == entry_) return true;
-    pos = end + 1;
-  }
-  return false;
+  return holdsEntry(environment, entry_);
+}
+
+bool StepMark::ofHome(std::string_view environment, const std::string& home) {
+  return holdsEntry(environment, std::string(kHomeVariable) + "=" + home);
 }
 
 std::vector<ProcessIdentity> StepMark::carriers() const {

@@ -26,6 +26,11 @@ class ProcDirectory {
   // The whole file `name`; empty if it cannot be read (the process has gone, it belongs to
   // another user, it is a zombie whose memory is gone).
   std::string read(const char* name) const;
+  // Where the link `name` ("exe", "cwd") points; empty if it cannot be read (another user's).
+  std::string readLink(const char* name) const;
+  // Whether one of the process's descriptors is the socket `inode`; false where they cannot
+  // be seen (another user's process).
+  bool holdsSocket(ino_t inode) const;
 
  private:
   ProcDirectory(pid_t pid, UniqueFd fd) : pid_(pid), fd_(std::move(fd)) {}

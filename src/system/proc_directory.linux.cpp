@@ -36,4 +36,34 @@ std::string ProcDirectory::read(const char* name) const {
   return file ? system_calls::readToEnd(file.get()) : std::string();
 }
 
+std::string ProcDirectory::readLink(const char* name) const {
+  char target[4096];
+  const ssize_t n = ::readlinkat(fd_.get(), name, target, sizeof target);
+  return n > 0 && static_cast<std::size_t>(n) < sizeof target
+             ? std::string(target, static_cast<std::size_t>(n))
+             : std::string();
+}
+
+bool ProcDirectory::holdsSocket(ino_t inode) const {
+  const int fds = ::openat(fd_.get(), "fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fds < 0) return false;
+  DIR* dir = ::fdopendir(fds);
+  if (dir == nullptr) {
+    ::close(fds);
+    return false;
+  }
+  const std::string wanted = "socket:[" + std::to_string(inode) + "]";
+  char target[64];
+  bool found = false;
+  while (const dirent* entry = ::readdir(dir)) {
+    const ssize_t n = ::readlinkat(fds, entry->d_name, target, sizeof target);
+    if (n > 0 && std::string_view(target, static_cast<std::size_t>(n)) == wanted) {
+      found = true;
+      break;
+    }
+  }
+  ::closedir(dir);
+  return found;
+}
+
 }  // namespace kestravine

@@ -37,6 +37,9 @@ std::optional<Pipe> makePipe(int flags = 0);
 // file whose process ends while it is read has told nothing reliable.
 std::string readToEnd(int fd);
 
+// The whole file at `path`, as readToEnd() gives it; empty if it cannot be opened.
+std::string readFile(const char* path);
+
 // Writes all of `bytes` to `fd`, however many writes it takes; false if one fails.
 bool writeAll(int fd, std::string_view bytes);
 
@@ -52,6 +55,10 @@ UniqueFd makeMemoryFile(const char* name);
 // The next connection waiting on the listening socket `listener`, close-on-exec and
 // non-blocking; none if there is none yet.
 UniqueFd acceptConnection(int listener);
+
+// Whether a TCP connection to 127.0.0.1:`port` is taken within `timeoutMs`. A connection that
+// is neither taken nor refused by then counts as taken: something holds the port.
+bool connectsToLoopback(int port, int timeoutMs);
 
 // pidfd_open(2): a descriptor that keeps naming the process `pid` names now.
 extern int (*pidfdOpen)(pid_t pid);

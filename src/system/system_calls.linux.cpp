@@ -1,6 +1,9 @@
 #include "system/system_calls.h"
 
+#include <arpa/inet.h>
 #include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
@@ -45,6 +48,11 @@ std::string readToEnd(int fd) {
   }
 }
 
+std::string readFile(const char* path) {
+  const UniqueFd fd(::open(path, O_RDONLY | O_CLOEXEC));
+  return fd ? readToEnd(fd.get()) : std::string();
+}
+
 bool writeAll(int fd, std::string_view bytes) {
   while (!bytes.empty()) {
     const ssize_t n = retryOnInterrupt([&] { return ::write(fd, bytes.data(), bytes.size()); });
@@ -62,6 +70,24 @@ void setCloseOnExecFrom(int first) {
     const auto fd = parseDecimal<int>(entry.path().filename().string());
     if (fd && *fd >= first) ::fcntl(*fd, F_SETFD, FD_CLOEXEC);
   }
+}
+
+bool connectsToLoopback(int port, int timeoutMs) {
+  const UniqueFd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (!fd) return true;  // cannot tell: assume the port is held
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  address.sin_port = htons(static_cast<std::uint16_t>(port));
+  if (::connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0)
+    return true;
+  if (errno != EINPROGRESS) return false;
+  pollfd waiting{fd.get(), POLLOUT, 0};
+  if (retryOnInterrupt([&] { return ::poll(&waiting, 1, timeoutMs); }) != 1) return true;
+  int error = 0;
+  socklen_t size = sizeof error;
+  ::getsockopt(fd.get(), SOL_SOCKET, SO_ERROR, &error, &size);
+  return error != ECONNREFUSED;
 }
 
 UniqueFd makeMemoryFile(const char* name) {

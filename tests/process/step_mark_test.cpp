@@ -9,7 +9,7 @@ using namespace std::string_literals;
 
 // An environment as /proc/<pid>/environ holds it: entries, each ending in NUL.
 TEST(StepMark, IsCarriedOnlyAsAWholeEntry) {
-  const StepMark mark("7-1-ab");
+  const StepMark mark("7-1-ab", "/h");
   const std::pair<std::string, bool> table[] = {
       {"KESTRAVINE_STEP=7-1-ab\0"s, true},
       {"A=1\0KESTRAVINE_STEP=7-1-ab\0B=2\0"s, true},
@@ -22,6 +22,21 @@ TEST(StepMark, IsCarriedOnlyAsAWholeEntry) {
   };
   for (const auto& [environment, carried] : table)
     EXPECT_EQ(mark.carriedBy(environment), carried) << environment;
+}
+
+// A step of any launcher for the same home, whatever its token; never one of another home, also
+// when that home's path starts with this one's.
+TEST(StepMark, TellsTheHomeOfTheStep) {
+  const std::pair<std::string, bool> table[] = {
+      {"A=1\0KESTRAVINE_STEP=9-3-cd\0KESTRAVINE_STEP_HOME=/h\0"s, true},
+      {"KESTRAVINE_STEP_HOME=/h"s, true},
+      {"KESTRAVINE_STEP_HOME=/h2\0"s, false},
+      {"KESTRAVINE_STEP_HOME=/h/\0"s, false},
+      {"KESTRAVINE_HOME=/h\0"s, false},
+      {"X=KESTRAVINE_STEP_HOME=/h\0"s, false},
+  };
+  for (const auto& [environment, ofHome] : table)
+    EXPECT_EQ(StepMark::ofHome(environment, "/h"), ofHome) << environment;
 }
 
 }  // namespace

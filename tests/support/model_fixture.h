@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -29,6 +30,10 @@ class ModelTest : public ::testing::Test {
       std::filesystem::remove_all(dir);
       std::filesystem::create_directories(dir);
     }
+    // This process's server stands in for the product's, so it must be the product's as the
+    // launcher tells it: its working directory lies in the product home, as the product's
+    // server's does. A test moves elsewhere to play a program that is not the product.
+    ASSERT_EQ(chdir(home().c_str()), 0) << home();
     std::filesystem::copy_file(SERVICE_ENV_SCRIPT, resources() + "/" + Model::kServiceEnvScript);
     writeFile(resources() + "/kestravine-2.0.1.tar.gz", "");
     server::serve([](int) { return 503; });

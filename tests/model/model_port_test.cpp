@@ -1,0 +1,191 @@
+#include <arpa/inet.h>
+#include <gmock/gmock.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <thread>
+
+#include "support/model_fixture.h"
+
+namespace kestravine::testing {
+namespace {
+
+using ::testing::ElementsAreArray;
+using ::testing::IsEmpty;
+using Phase = Model::Phase;
+
+int applicationPort() {
+  return static_cast<int>(5199 + Ctx::portOffset());
+}
+
+// This test program plays a program that is not the product: its server answers on the
+// product's port while the program stands outside the product home.
+void playAStranger() {
+  ASSERT_EQ(chdir(TEST_SCRATCH), 0);
+}
+
+std::string strangerRefusal() {
+  return "端口 " + std::to_string(applicationPort()) + " 被 model_tests（进程 " +
+         std::to_string(getpid()) + "）占着，它不是Varnholt。关掉它，或者换一个 " +
+         "ZORVEL_PORT_OFFSET 再试。";
+}
+
+// A page answering on the product's port that the product did not serve is never opened: the
+// step ends at once with a text that names the program, after an install as after a service
+// start.
+TEST_F(ModelTest, NeverOpensAPageAnotherProgramServesOnThePort) {
+  server::serve([](int) { return 200; });
+  playAStranger();
+  start(true, "exit 0");
+  ASSERT_TRUE(runToEnd());
+  EXPECT_EQ(model->phase(), Phase::failed);
+  EXPECT_EQ(model->failure(), strangerRefusal());
+  EXPECT_FALSE(model->canCancel());
+  EXPECT_EQ(server::requests(), 1);
+  settle();
+  EXPECT_EQ(opened(), 0);
+  EXPECT_EQ(quits(), 0);
+}
+
+// A stranger already holding the port fails the check at once: no service start that could not
+// bind, no probing for 90 s.
+TEST_F(ModelTest, AStrangerOnThePortFailsTheServiceStartBeforeItRuns) {
+  server::serve([](int) { return 200; });
+  installProduct("touch '" + record() + "/started'");
+  playAStranger();
+  model->check();
+  EXPECT_EQ(model->headline(), "Varnholt已经在这台电脑上了");
+  EXPECT_EQ(model->phase(), Phase::failed);
+  EXPECT_EQ(model->failure(), strangerRefusal());
+  EXPECT_FALSE(model->canCancel());
+  settle();
+  EXPECT_FALSE(std::filesystem::exists(record() + "/started"));
+  EXPECT_EQ(server::requests(), 0);
+  EXPECT_EQ(opened(), 0);
+}
+
+// Nobody else may hold the base port (5199) here: the entry runs in a network of its own where
+// the machine allows it, and the test holds the port with a socket that listens only when the
+// test makes it the product's server (this program standing in the product home).
+class ModelEnvBasePort : public ModelTest {
+ protected:
+  void SetUp() override {
+    ModelTest::SetUp();  // also for each fresh() world; the port stays held
+    writeFile(home() + "/app/.zorvel/logs/monitor.log", log_);
+    if (holder_ >= 0) return;
+    holder_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    // The connections an earlier test's answers left in TIME_WAIT must not keep it from binding.
+    const int reuse = 1;
+    setsockopt(holder_, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
+    sockaddr_in address{AF_INET, htons(5199), {htonl(INADDR_LOOPBACK)}, {}};
+    if (bind(holder_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
+      GTEST_SKIP() << "127.0.0.1:5199 is taken by another program, which could answer the probe";
+    ASSERT_EQ(applicationPort(), 5199);
+  }
+  void TearDown() override {
+    if (answering_.joinable()) {
+      shutdown(holder_, SHUT_RDWR);
+      answering_.join();
+    }
+    close(holder_);
+    ModelTest::TearDown();
+  }
+  // From now on the held port answers every request with 200.
+  void answer() {
+    ASSERT_EQ(listen(holder_, 8), 0);
+    answering_ = std::thread([fd = holder_] {
+      for (int c; (c = accept(fd, nullptr, nullptr)) >= 0; close(c)) {
+        char request[4096];
+        if (read(c, request, sizeof request) <= 0) continue;
+        const std::string ok = "HTTP/1.1 200 OK\r\nContent-Length: 0\r\nConnection: close\r\n\r\n";
+        if (write(c, ok.data(), ok.size()) < 0) continue;
+      }
+    });
+  }
+  // Runs until `probes` probes have failed, the pause after the last one still running.
+  bool probeTimes(int probes) {
+    for (int i = 0; i < probes; ++i) {
+      if (i > 0) platform().advanceToNextTimer();
+      if (!platform().runUntil([] { return platform().pendingMainTimers() > 0; })) return false;
+    }
+    return true;
+  }
+  const std::string log_ =
+      "first\n" + std::string(70000, 'x') + "\n\x1b[31mline 1\x1b[0m\r\n\n" +
+      "line 2\nline 3\nline 4\nline 5\nline 6\nline 7\nline 8\nline 9\nline 10";
+  const std::vector<std::string> logTail_{"日志的最后几行：", "line 1", "line 2", "line 3",
+                                          "line 4",           "line 5", "line 6", "line 7",
+                                          "line 8",           "line 9", "line 10"};
+
+ private:
+  int holder_ = -1;
+  std::thread answering_;
+};
+
+std::vector<std::string> lastLines(const Model& model, std::size_t count) {
+  const auto& lines = model.lines();
+  return {lines.end() - static_cast<std::ptrdiff_t>(std::min(count, lines.size())), lines.end()};
+}
+
+// A service start that failed, with nothing on the port and nothing it started alive, cannot
+// come up: the launcher says so after the first probe instead of 90 s later, and the details
+// give the reasons after the output: the exit status, who holds the port, the log's last lines.
+TEST_F(ModelEnvBasePort, GivesUpAtOnceWhenTheFailedStartLeftNothingRunning) {
+  installProduct("echo 'npm: command not found'; exit 127");
+  model->check();
+  const Delay from = platform().now();
+  ASSERT_TRUE(runToEnd());
+  EXPECT_EQ(platform().now() - from, Delay(0));
+  EXPECT_EQ(model->failure(), "服务没能起来。日志在 " + home() + "/app/.zorvel/logs/monitor.log。");
+  std::vector<std::string> expected{"npm: command not found", "启动命令没有成功，退出码 127。",
+                                    "端口 5199 上没有程序在听。"};
+  expected.insert(expected.end(), logTail_.begin(), logTail_.end());
+  EXPECT_THAT(lastLines(*model, expected.size()), ElementsAreArray(expected));
+}
+
+// While a process the failed start left behind lives (a server still starting), the probe
+// keeps going: once the server answers, it is opened; once nothing is left, the launcher gives
+// up at the next probe.
+TEST_F(ModelEnvBasePort, KeepsWaitingWhileWhatTheFailedStartLeftLives) {
+  for (bool serverComesUp : {false, true}) {
+    fresh();
+    installProduct("setsid sleep 1000 </dev/null >/dev/null 2>&1 & echo $! > '" + record() +
+                   "/left'; exit 1");
+    model->check();
+    ASSERT_TRUE(probeTimes(5));
+    EXPECT_EQ(model->phase(), Phase::working);
+    const pid_t left = std::stoi(readFile(record() + "/left"));
+    if (serverComesUp)
+      answer();
+    else
+      kill(left, SIGKILL);
+    ASSERT_TRUE(eventually([&] { return serverComesUp || isGone(left); }));
+    const Delay from = platform().now();
+    ASSERT_TRUE(runToEnd());
+    // The next probe decides, after its pause.
+    const Delay decided = serverComesUp ? platform().openedAt() : platform().now();
+    EXPECT_EQ(decided - from, std::chrono::seconds(2)) << serverComesUp;
+    EXPECT_EQ(opened(), serverComesUp ? 1 : 0);
+    EXPECT_EQ(model->phase(), serverComesUp ? Phase::working : Phase::failed);
+    if (serverComesUp) kill(left, SIGKILL);
+  }
+}
+
+// A start that exits 0 may leave the services to something else: the probe runs its full
+// course, and the details then hold who holds the port and the log, but no exit status.
+TEST_F(ModelEnvBasePort, WaitsTheWholeCourseAfterAStartThatSucceeded) {
+  installProduct("exit 0");
+  model->check();
+  const Delay from = platform().now();
+  ASSERT_TRUE(runToEnd());
+  EXPECT_EQ(platform().now() - from, std::chrono::seconds(90));
+  std::vector<std::string> expected{"端口 5199 上没有程序在听。"};
+  expected.insert(expected.end(), logTail_.begin(), logTail_.end());
+  EXPECT_THAT(std::vector<std::string>(model->lines().begin(), model->lines().end()),
+              ElementsAreArray(expected));
+}
+
+}  // namespace
+}  // namespace kestravine::testing
