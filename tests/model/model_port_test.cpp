@@ -92,9 +92,11 @@ class ModelEnvBasePort : public ModelTest {
     close(holder_);
     ModelTest::TearDown();
   }
+  // The held port takes connections from now on, and answers none.
+  void listenOnly() { ASSERT_EQ(listen(holder_, 8), 0); }
   // From now on the held port answers every request with 200.
   void answer() {
-    ASSERT_EQ(listen(holder_, 8), 0);
+    listenOnly();
     answering_ = std::thread([fd = holder_] {
       for (int c; (c = accept(fd, nullptr, nullptr)) >= 0; close(c)) {
         char request[4096];
@@ -111,6 +113,14 @@ class ModelEnvBasePort : public ModelTest {
       if (!platform().runUntil([] { return platform().pendingMainTimers() > 0; })) return false;
     }
     return true;
+  }
+  // Runs the flow to its end: the next probe, after its pause, opens or gives up.
+  void expectDecidedByTheNextProbe(bool opens) {
+    const Delay from = platform().now();
+    ASSERT_TRUE(runToEnd());
+    EXPECT_EQ((opens ? platform().openedAt() : platform().now()) - from, std::chrono::seconds(2));
+    EXPECT_EQ(opened(), opens ? 1 : 0);
+    EXPECT_EQ(model->phase(), opens ? Phase::working : Phase::failed);
   }
   const std::string log_ =
       "first\n" + std::string(70000, 'x') + "\n\x1b[31mline 1\x1b[0m\r\n\n" +
@@ -162,15 +172,21 @@ TEST_F(ModelEnvBasePort, KeepsWaitingWhileWhatTheFailedStartLeftLives) {
     else
       kill(left, SIGKILL);
     ASSERT_TRUE(eventually([&] { return serverComesUp || isGone(left); }));
-    const Delay from = platform().now();
-    ASSERT_TRUE(runToEnd());
-    // The next probe decides, after its pause.
-    const Delay decided = serverComesUp ? platform().openedAt() : platform().now();
-    EXPECT_EQ(decided - from, std::chrono::seconds(2)) << serverComesUp;
-    EXPECT_EQ(opened(), serverComesUp ? 1 : 0);
-    EXPECT_EQ(model->phase(), serverComesUp ? Phase::working : Phase::failed);
+    expectDecidedByTheNextProbe(serverComesUp);
     if (serverComesUp) kill(left, SIGKILL);
   }
+}
+
+// Something listening on the port without answering yet may be the product's server starting:
+// the probe keeps going after a failed start that left nothing running.
+TEST_F(ModelEnvBasePort, KeepsWaitingWhileSomethingListensOnThePort) {
+  installProduct("exit 1");
+  listenOnly();  // connections wait in its queue unanswered, until each probe's 3 s limit
+  model->check();
+  ASSERT_TRUE(probeTimes(2));
+  EXPECT_EQ(model->phase(), Phase::working);
+  answer();
+  expectDecidedByTheNextProbe(true);
 }
 
 // A start that exits 0 may leave the services to something else: the probe runs its full
