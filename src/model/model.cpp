@@ -206,7 +206,12 @@ void Model::install() {
   const std::string dir = Ctx::resourceDir();
   const std::string tarball = firstTarball(dir);
   const std::string script = dir + "/install.sh";
-  if (tarball.empty() || !Ctx::fileExists(script)) {
+  const bool scriptThere = Ctx::fileExists(script);
+  if (tarball.empty() || !scriptThere) {
+    // Where the launcher looked and what it did not find there, for whoever reads the details.
+    append("找过的文件夹：" + dir);
+    if (tarball.empty()) append("缺少：kestravine-<版本>.tar.gz");
+    if (!scriptThere) append("缺少：install.sh");
     assign(Field::failure, failure_, platformTexts().missingFiles);
     assign(Field::phase, phase_, Phase::failed);
     return;

@@ -16,6 +16,7 @@
 #include "process/pending_kills.h"
 #include "process/process_listing.h"
 #include "system/spawn.h"
+#include "system/system_calls.h"
 
 namespace kestravine {
 
@@ -37,6 +38,7 @@ void Child::start(const std::string& program, const std::vector<std::string>& ar
                                   childEnvironment(processEnvironment(), Ctx::kestravineHome(),
                                                    std::move(extraEnv), proc_->mark()),
                                   -1});
+  int error = spawned.error;
   if (spawned.pid >= 0) {
     try {
       auto delivery = LineDelivery::create(onLine);
@@ -49,14 +51,16 @@ void Child::start(const std::string& program, const std::vector<std::string>& ar
       std::lock_guard lock(lock_);
       runningFlag_ = true;
       return;
-    } catch (const std::system_error&) {
+    } catch (const std::system_error& refused) {
       // No thread to be had: nobody could read the output or report the exit, so the command
       // must not run.
+      error = refused.code().value();
       ::kill(spawned.pid, SIGKILL);
       waitForExit(spawned.pid);
     }
   }
   platform().post([onLine, line = "起不来：" + program] { onLine(line); });
+  platform().post([onLine, line = "原因：" + system_calls::describeError(error)] { onLine(line); });
   platform().post([onExit = std::move(onExit)] { onExit(127); });
 }
 

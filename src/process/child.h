@@ -42,7 +42,8 @@ class Child {
   // output order, as LineSplitter gives them; the exit status (exit code,
   // or the number of the ending signal) arrives once, in no fixed order with the lines, and
   // lines keep coming for as long as any process holding the output keeps writing. A launch
-  // that fails gives exactly the line "起不来：" + program, then exit status 127.
+  // that fails gives exactly the line "起不来：" + program, then one with the reason ("原因："
+  // and the system's message for the error with its name), then exit status 127.
   // Precondition: called at most once per Child.
   void start(const std::string& program, const std::vector<std::string>& args,
              std::optional<std::string> cwd, std::map<std::string, std::string> extraEnv,

@@ -31,11 +31,12 @@ SpawnResult spawnProcess(const SpawnRequest& request);
 
 // Starts a process as spawnProcess() does, with its stdout and stderr into a new pipe; gives the
 // pid and the pipe's read end. Only the process (and what it starts) holds the write end, so a
-// reader sees the end of the output when they are done with it. A pid of -1, and no read end,
-// when the pipe or the launch failed.
+// reader sees the end of the output when they are done with it. A pid of -1, no read end and
+// the errno in `error` when the pipe or the launch failed.
 struct SpawnedWithOutput {
   pid_t pid = -1;
   UniqueFd output;
+  int error = 0;
 };
 SpawnedWithOutput spawnWithOutput(SpawnRequest request);
 

@@ -91,12 +91,12 @@ SpawnResult spawnProcess(const SpawnRequest& request) {
 
 SpawnedWithOutput spawnWithOutput(SpawnRequest request) {
   auto pipe = system_calls::makePipe();
-  if (!pipe) return {};
+  if (!pipe) return {-1, UniqueFd(), errno};
   request.outputFd = pipe->write.get();
-  const pid_t pid = spawnProcess(request).pid;
+  const SpawnResult spawned = spawnProcess(request);
   pipe->write.reset();
-  if (pid < 0) return {};
-  return {pid, std::move(pipe->read)};
+  if (spawned.pid < 0) return {-1, UniqueFd(), spawned.error};
+  return {spawned.pid, std::move(pipe->read), 0};
 }
 
 int exitCodeFromStatus(int status) {

@@ -40,6 +40,10 @@ std::string readToEnd(int fd);
 // The whole file at `path`, as readToEnd() gives it; empty if it cannot be opened.
 std::string readFile(const char* path);
 
+// The system's message for the errno value `error` and its name, as in "Permission denied
+// (EACCES)", with the parentheses of Chinese text around the name.
+std::string describeError(int error);
+
 // Writes all of `bytes` to `fd`, however many writes it takes; false if one fails.
 bool writeAll(int fd, std::string_view bytes);
 

@@ -9,6 +9,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <filesystem>
 
 #include "text/decimal.h"
@@ -51,6 +52,11 @@ std::string readToEnd(int fd) {
 std::string readFile(const char* path) {
   const UniqueFd fd(::open(path, O_RDONLY | O_CLOEXEC));
   return fd ? readToEnd(fd.get()) : std::string();
+}
+
+std::string describeError(int error) {
+  const char* name = ::strerrorname_np(error);
+  return std::string(::strerror(error)) + "（" + (name ? name : std::to_string(error)) + "）";
 }
 
 bool writeAll(int fd, std::string_view bytes) {

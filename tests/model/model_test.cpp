@@ -10,6 +10,7 @@ namespace kestravine::testing {
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::ElementsAreArray;
 using ::testing::HasSubstr;
 using ::testing::Not;
 using Field = Model::Field;
@@ -101,7 +102,14 @@ TEST_F(ModelTest, InstallTakesTheTarballThatSortsFirstOrStartsNothing) {
     if (expected.empty()) {
       EXPECT_EQ(model->phase(), Phase::failed) << names.size();
       EXPECT_EQ(model->failure(), "这个安装包里少了安装文件。重新下载一份吧。");
-      EXPECT_EQ(model->status(), "");
+      // The details say where the launcher looked and what it missed there.
+      std::vector<std::string> details{"找过的文件夹：" + Ctx::resourceDir()};
+      if (std::none_of(names.begin(), names.end(), [](const std::string& name) {
+            return name.starts_with("kestravine-") && name.ends_with(".tar.gz");
+          }))
+        details.push_back("缺少：kestravine-<版本>.tar.gz");
+      if (!script) details.push_back("缺少：install.sh");
+      EXPECT_THAT(model->lines(), ElementsAreArray(details));
       EXPECT_TRUE(markedProcesses().empty());
       continue;
     }

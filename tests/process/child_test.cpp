@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <filesystem>
 #include <set>
 
@@ -96,19 +97,23 @@ TEST(Child, DeliversCleanedNonEmptyLinesAndTheExitStatus) {
   }
 }
 
-TEST(Child, FailedLaunchGivesOneLineThenStatus127) {
-  const std::pair<std::string, std::optional<std::string>> table[] = {
-      {"/nonexistent/tool", std::nullopt},
-      {"/etc/passwd", std::nullopt},  // not executable
-      {"/bin/pwd", "/nonexistent/dir"},
+// The line, then why, in the system's words and the error's name.
+TEST(Child, FailedLaunchGivesTheLineAndTheReasonThenStatus127) {
+  const std::tuple<std::string, std::optional<std::string>, std::string> table[] = {
+      {"/nonexistent/tool", std::nullopt, "ENOENT"},
+      {"/etc/passwd", std::nullopt, "EACCES"},  // not executable
+      {"/bin/pwd", "/nonexistent/dir", "ENOENT"},
   };
-  for (const auto& [program, cwd] : table) {
+  for (const auto& [program, cwd, name] : table) {
     Command run(program, {}, cwd);
     EXPECT_TRUE(run.got->lines.empty() && run.got->exits.empty());  // nothing inside start()
     ASSERT_TRUE(run.waitFor());
-    EXPECT_THAT(run.got->lines, ElementsAre("起不来：" + program));
+    const int error = name == "EACCES" ? EACCES : ENOENT;
+    EXPECT_THAT(run.got->lines,
+                ElementsAre("起不来：" + program,
+                            "原因：" + std::string(strerror(error)) + "（" + name + "）"));
     EXPECT_THAT(run.got->exits, ElementsAre(127));
-    EXPECT_EQ(run.got->linesAtExit, 1u);
+    EXPECT_EQ(run.got->linesAtExit, 2u);
     EXPECT_FALSE(run.child->isRunning());
   }
 }
