@@ -18,6 +18,7 @@
 #include "app/single_instance.h"
 #include "app/snapshot.h"
 #include "app/termination_signals.h"
+#include "app/toolkit_messages.h"
 #include "app/window_icon.h"
 #include "env/ctx.h"
 #include "system/system_calls.h"
@@ -56,12 +57,13 @@ int main(int argc, char** argv) {
     return 1;
   }
   // One launcher per product home: a later one only brings the first one's window forward.
-  kestravine::SingleInstance instance(kestravine::Ctx::kestravineHome());
+  kestravine::SingleInstance instance(kestravine::Ctx::canonicalHome());
   if (instance.answer() != kestravine::SingleInstance::Answer::first) return instance.report();
   // Qt reads the font configuration the first time it needs a font, which for this window is
   // before it can be shown; reading it here, while the application connects to the display,
   // takes that off the way to the window. fontconfig's initialisation is thread-safe.
   std::thread(FcInit).detach();
+  kestravine::filterToolkitMessages();
   // Until the window exists: the platform fails either when the application connects or, for
   // some, when the first window is created.
   std::optional<kestravine::DisplayGuard> guard(std::in_place, forced);

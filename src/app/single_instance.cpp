@@ -16,7 +16,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -35,32 +34,62 @@ constexpr int kAnswerMilliseconds = 3000;
 constexpr int kTries = 50;
 constexpr std::size_t kMaxTokenBytes = 4096;
 
-// The user's own place for the guard's files; empty if there is none to be had safely.
-std::string runtimeDirectory() {
-  std::string base;
-  if (const char* runtime = std::getenv("XDG_RUNTIME_DIR"); runtime && runtime[0] == '/') {
-    base = std::string(runtime) + "/kestravine-launcher";
-  } else {
-    base = "/tmp/kestravine-launcher-" + std::to_string(::getuid());
-  }
-  ::mkdir(base.c_str(), 0700);
+constexpr const char* kGuardFolder = "kestravine-launcher";
+
+// The folder `name` in `parent`, made if missing (with `mode`), opened without following a link
+// and checked through its descriptor: the user's own, and writable by nobody else (with
+// `privateOnly`, open to nobody else at all). Nothing is checked by path and then used by path,
+// so nobody can swap it in between.
+UniqueFd ownFolder(int parent, const char* name, mode_t mode, bool privateOnly) {
+  ::mkdirat(parent, name, mode);
+  UniqueFd fd(::openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   struct stat info {};
-  // Ours alone: not a link, not made by another user, closed to others.
-  if (::lstat(base.c_str(), &info) != 0 || !S_ISDIR(info.st_mode) || info.st_uid != ::getuid() ||
-      (info.st_mode & 077) != 0)
+  if (!fd || ::fstat(fd.get(), &info) != 0 || info.st_uid != ::getuid() ||
+      (info.st_mode & (privateOnly ? 077 : 022)) != 0)
     return {};
-  return base;
+  return fd;
 }
 
-// The home's name in the guard's files: the same for every path to the same folder, also one
-// that does not exist yet.
+// A base folder by its absolute path, the user's own and writable by nobody else (as the rules
+// for XDG_RUNTIME_DIR require of it).
+UniqueFd ownBase(const std::string& path) {
+  if (path.empty() || path[0] != '/') return {};
+  UniqueFd fd(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  struct stat info {};
+  if (!fd || ::fstat(fd.get(), &info) != 0 || info.st_uid != ::getuid() ||
+      (info.st_mode & 022) != 0)
+    return {};
+  return fd;
+}
+
+// The user's own folder for the guard's files: in the runtime directory when that is the user's
+// alone, else in /run/user/<uid>, else in the cache folder of the user's home, where no other
+// user can make or replace anything. None if there is no such place.
+UniqueFd guardFolder() {
+  const char* runtime = std::getenv("XDG_RUNTIME_DIR");
+  for (const std::string& base :
+       {std::string(runtime ? runtime : ""), "/run/user/" + std::to_string(::getuid())}) {
+    if (const UniqueFd parent = ownBase(base))
+      if (UniqueFd folder = ownFolder(parent.get(), kGuardFolder, 0700, true)) return folder;
+  }
+  const char* home = std::getenv("HOME");
+  if (const UniqueFd parent = ownBase(home ? home : ""))
+    if (const UniqueFd cache = ownFolder(parent.get(), ".cache", 0700, false))
+      return ownFolder(cache.get(), kGuardFolder, 0700, true);
+  return {};
+}
+
+// A path that names `name` in the folder `folder` holds open, for the calls that take a path
+// (bind, connect): through the descriptor, never again through the folder's own path.
+std::string inFolder(int folder, const std::string& name) {
+  return "/proc/self/fd/" + std::to_string(folder) + "/" + name;
+}
+
+// The home's name in the guard's files: `home` is canonical, so every path to one folder gives
+// the same name.
 std::string homeKey(const std::string& home) {
-  std::error_code error;
-  std::filesystem::path path = std::filesystem::weakly_canonical(home, error);
-  if (error) path = std::filesystem::absolute(home, error).lexically_normal();
-  if (!path.has_filename() && path.has_relative_path()) path = path.parent_path();  // "dir/"
-  const QByteArray hash = QCryptographicHash::hash(QByteArray::fromStdString(path.string()),
-                                                   QCryptographicHash::Sha256);
+  const QByteArray hash =
+      QCryptographicHash::hash(QByteArray::fromStdString(home), QCryptographicHash::Sha256);
   // 64 bits tell homes apart; a short name leaves room in a socket's 108-byte path for a long
   // runtime directory.
   return hash.toHex().left(16).toStdString();
@@ -74,12 +103,12 @@ std::optional<sockaddr_un> socketAddress(const std::string& path) {
   return address;
 }
 
-UniqueFd listenAt(const std::string& path) {
-  const auto address = socketAddress(path);
+UniqueFd listenAt(int folder, const std::string& name) {
+  const auto address = socketAddress(inFolder(folder, name));
   if (!address) return {};
   UniqueFd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!fd) return {};
-  ::unlink(path.c_str());  // left by a launcher that ended: the lock says nobody uses it
+  ::unlinkat(folder, name.c_str(), 0);  // left by a launcher that ended: the lock says so
   if (::bind(fd.get(), reinterpret_cast<const sockaddr*>(&*address), sizeof *address) != 0 ||
       ::listen(fd.get(), 8) != 0)
     return {};
@@ -121,17 +150,32 @@ std::optional<SingleInstance::Answer> askFirst(const std::string& path) {
 }  // namespace
 
 SingleInstance::SingleInstance(const std::string& home) {
-  const std::string dir = runtimeDirectory();
-  if (dir.empty()) return;
-  const std::string base = dir + "/" + homeKey(home);
-  lock_.reset(::open((base + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
-  if (!lock_) return;
+  folder_ = guardFolder();
+  if (!folder_) {
+    std::fputs("kestravine-launcher：找不到只属于你的文件夹来放单实例锁，这次不防重复打开。\n",
+               stderr);
+    return;
+  }
+  const std::string base = homeKey(home);
+  lockName_ = base + ".lock";
+  socketName_ = base + ".sock";
   for (int attempt = 0; attempt < kTries; ++attempt) {
+    lock_.reset(::openat(folder_.get(), lockName_.c_str(),
+                         O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (!lock_) break;
     if (::flock(lock_.get(), LOCK_EX | LOCK_NB) == 0) {
-      listener_ = listenAt(base + ".sock");
+      // The first launcher removes the lock file as it ends; one that got the lock of a file
+      // removed meanwhile holds nothing and tries again with the file there now.
+      struct stat held {
+      }, there{};
+      if (::fstat(lock_.get(), &held) != 0 || held.st_nlink == 0 ||
+          ::fstatat(folder_.get(), lockName_.c_str(), &there, AT_SYMLINK_NOFOLLOW) != 0 ||
+          held.st_ino != there.st_ino)
+        continue;
+      listener_ = listenAt(folder_.get(), socketName_);
       return;
     }
-    if (auto answer = askFirst(base + ".sock")) {
+    if (auto answer = askFirst(inFolder(folder_.get(), socketName_))) {
       answer_ = *answer;
       return;
     }
@@ -141,7 +185,13 @@ SingleInstance::SingleInstance(const std::string& home) {
   answer_ = Answer::unknown;
 }
 
-SingleInstance::~SingleInstance() = default;
+SingleInstance::~SingleInstance() {
+  // The first launcher leaves nothing behind: socket first (nobody can be answered any more),
+  // then the lock file, while still holding the lock.
+  if (answer_ != Answer::first || !lock_) return;
+  if (listener_) ::unlinkat(folder_.get(), socketName_.c_str(), 0);
+  ::unlinkat(folder_.get(), lockName_.c_str(), 0);
+}
 
 void SingleInstance::serve(std::function<bool(const QString& token)> onLaunch) {
   if (answer_ != Answer::first || !listener_) return;

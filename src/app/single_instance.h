@@ -11,23 +11,26 @@ namespace kestravine {
 // One launcher per product home, as the desktop's second activation of a running application
 // only brings its window forward.
 //
-// The first launcher for a home takes a lock (flock) on a file in the user's runtime directory
-// ($XDG_RUNTIME_DIR/kestravine-launcher, or a private /tmp/kestravine-launcher-<uid>) and
-// listens on a local socket beside it. The kernel drops the lock when the process ends, however
-// it ends, so a crashed or killed launcher never blocks the next; the lock is held until the
-// launcher ends, also while it waits windowless for a command after its window was closed.
-// Homes are told apart by canonical path. A later launcher for the same home finds the lock
-// taken, hands the activation token its desktop gave it (XDG_ACTIVATION_TOKEN) to the first,
-// and learns whether that one brought its window forward or is finishing without one.
+// The first launcher for a home takes a lock (flock) on a file in a folder only the user can
+// write ($XDG_RUNTIME_DIR/kestravine-launcher when the runtime directory is the user's alone,
+// else /run/user/<uid>/kestravine-launcher, else ~/.cache/kestravine-launcher) and listens on a
+// local socket beside it; every step after the folder is opened works through its descriptor.
+// The kernel drops the lock when the process ends, however it ends, so a crashed or killed
+// launcher never blocks the next; the lock is held until the launcher ends, also while it waits
+// windowless for a command after its window was closed, and a launcher that ends normally
+// removes both files. Homes are told apart by canonical path. A later launcher for the same home
+// finds the lock taken, hands the activation token its desktop gave it (XDG_ACTIVATION_TOKEN) to
+// the first, and learns whether that one brought its window forward or is finishing without one.
 //
 // Threading: GUI thread only. The descriptors are close-on-exec and never reach a child.
 class SingleInstance {
  public:
   enum class Answer { first, shown, finishing, unknown };
 
-  // Takes the guard for `home`, or asks the launcher holding it to come forward. Runs before
-  // the application exists, and needs no display. Without a runtime place of its own the
-  // launcher runs unguarded, as the first.
+  // Takes the guard for `home` (canonical, see Ctx::canonicalHome()), or asks the launcher
+  // holding it to come forward. Runs before the application exists, and needs no display.
+  // Without a place of the user's own, says so in one line on stderr and runs unguarded, as
+  // the first.
   explicit SingleInstance(const std::string& home);
   ~SingleInstance();
   SingleInstance(const SingleInstance&) = delete;
@@ -46,6 +49,9 @@ class SingleInstance {
 
  private:
   Answer answer_ = Answer::first;
+  UniqueFd folder_;
+  std::string lockName_;
+  std::string socketName_;
   UniqueFd lock_;
   UniqueFd listener_;
 };

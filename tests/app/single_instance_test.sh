@@ -2,7 +2,9 @@
 # One launcher per product home, with real launchers on the offscreen platform: a second launch
 # of a home (by another path to it too) starts nothing and ends with 0, saying so on a terminal;
 # another home runs beside it; a launcher finishing windowless still holds its home, and a new
-# launch says so; a killed launcher blocks nobody.
+# launch says so; a killed launcher blocks nobody; launchers that ended normally leave no file.
+# The guard lives only where the user alone can write: a runtime directory another user owns is
+# passed over, and with no such place at all one Chinese line says so.
 set -euo pipefail
 launcher=$1
 scratch=$2
@@ -49,8 +51,9 @@ later() {
 
 run "$tmp/home1" & pids+=($!); first=$!
 wait_until installs home1 1
-for home in "$tmp/home1" "$tmp/link/" "$tmp/home2/../home1"; do
-  later "$home" 0
+for home in "$tmp/home1" "$tmp/link/" "$tmp/home2/../home1" home1 ./home1// link; do
+  # Relative spellings are taken from the working directory, as the install script takes them.
+  (cd "$tmp" && later "$home" 0)
   [[ ! -s $tmp/out && ! -s $tmp/err ]] || die "said something without a terminal: $(cat "$tmp/out" "$tmp/err")"
 done
 status=0
@@ -86,3 +89,51 @@ echo 3 >"$tmp/home2/gate"
 kill -TERM "$next"
 wait "$next" || die "the next launcher ended with $?"
 echo "ok: after a killed launcher, the next one starts normally"
+
+# Every launcher here has ended, the last ones normally: nothing of the guard is left.
+left=$(ls -A "$tmp/run/kestravine-launcher")
+[[ -z $left ]] || die "the guard's files outlive their launchers: $left"
+echo "ok: launchers that end normally leave no file behind"
+
+# A runtime directory that another user owns and anyone may write is passed over: the guard
+# goes to the user's own cache folder, and still holds.
+if [[ $(id -u) -eq 0 ]]; then
+  mkdir -m 0777 "$tmp/their-run"
+  chown 65534 "$tmp/their-run"
+  export XDG_RUNTIME_DIR=$tmp/their-run HOME=$tmp/user-home
+  mkdir -p "$HOME/.cache"
+  # /run/user/<uid> comes before the cache folder where it exists.
+  guard=$HOME/.cache/kestravine-launcher
+  [[ -d /run/user/0 ]] && guard=/run/user/0/kestravine-launcher
+  : >"$tmp/first.err"
+  run "$tmp/home1" & pids+=($!); first=$!
+  wait_until installs home1 2
+  [[ -z $(ls -A "$tmp/their-run") ]] || die "used another user's runtime directory: $(ls -A "$tmp/their-run")"
+  [[ -n $(ls -A "$guard") ]] || die "no guard in $guard"
+  later "$tmp/home1" 0
+  installs home1 2 || die "a second launcher ran beside the first"
+  echo 0 >"$tmp/home1/gate"
+  kill -TERM "$first"
+  wait "$first" || die "the launcher ended with $?"
+  echo "ok: a runtime directory of another user is passed over, and the guard still holds"
+else
+  echo "skipped: only root can make a folder that belongs to another user here"
+fi
+
+# No place of the user's own at all: one Chinese line, and the launcher still runs.
+if [[ ! -e /run/user/$(id -u) ]]; then
+  export HOME=$tmp/no-such-home
+  unset XDG_RUNTIME_DIR
+  : >"$tmp/first.err"
+  KESTRAVINE_LAUNCHER_SHOT=$tmp/shot.png KESTRAVINE_LAUNCHER_AUTOSTART=0 \
+    timeout -k 5 30 "$tmp/product/bin/${launcher##*/}" 2>"$tmp/first.err" ||
+    die "the unguarded launcher ended with $?"
+  [[ -s $tmp/shot.png ]] || die "the unguarded launcher showed no window"
+  grep -q '^kestravine-launcher：找不到只属于你的文件夹来放单实例锁，这次不防重复打开。$' "$tmp/first.err" ||
+    die "no line about the missing guard: $(cat "$tmp/first.err")"
+  # Nor any English note of the toolkit about the runtime directory.
+  ! grep -q QStandardPaths "$tmp/first.err" || die "the toolkit's note reached the terminal: $(cat "$tmp/first.err")"
+  echo "ok: without a place of its own the launcher says so and runs; no note of the toolkit"
+else
+  echo "skipped: /run/user/$(id -u) exists, so there is always a place of the user's own"
+fi
