@@ -5,6 +5,7 @@
 // no desktop to show the window on, or that launcher does not answer.
 #include <fontconfig/fontconfig.h>
 #include <QApplication>
+#include <csignal>
 #include <cstdio>
 #include <optional>
 #include <string>
@@ -45,6 +46,9 @@ bool hasDisplay(const std::string& forced) {
 
 int main(int argc, char** argv) {
   kestravine::system_calls::setCloseOnExecFrom(3);
+  // A terminal or pipe that has gone away must not end the launcher at its next word: a write
+  // then fails with EPIPE instead. Its commands start with every signal at its default.
+  ::signal(SIGPIPE, SIG_IGN);
   if (const std::optional<int> status = kestravine::answerCommandLine(argc, argv)) {
     return *status;
   }

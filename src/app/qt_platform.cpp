@@ -43,13 +43,14 @@ void QtPlatform::runInBackgroundAfter(Delay delay, Task task) {
                      [task = std::move(task)] { QThreadPool::globalInstance()->start(task); });
 }
 
-void QtPlatform::openUrl(const std::string& url) {
+bool QtPlatform::openUrl(const std::string& url) {
   QUrl parsed(QString::fromStdString(url), QUrl::StrictMode);
-  if (!parsed.isValid() || QDesktopServices::openUrl(parsed)) return;
+  if (!parsed.isValid()) return false;
+  if (QDesktopServices::openUrl(parsed)) return true;
   // Qt runs the xdg-open it found as a command line split at blanks, which fails when its
   // directory's path holds one. Run it directly, with the address as one argument.
   const QString xdgOpen = QStandardPaths::findExecutable(QStringLiteral("xdg-open"));
-  if (!xdgOpen.isEmpty()) QProcess::startDetached(xdgOpen, {parsed.toString()});
+  return !xdgOpen.isEmpty() && QProcess::startDetached(xdgOpen, {parsed.toString()});
 }
 
 void QtPlatform::quit() {

@@ -22,7 +22,7 @@ class QtPlatform final : public QObject, public Platform {
   void post(Task task) override;
   void postAfter(Delay delay, Task task) override;
   void runInBackgroundAfter(Delay delay, Task task) override;
-  void openUrl(const std::string& url) override;
+  bool openUrl(const std::string& url) override;
   void quit() override;
 
  private:

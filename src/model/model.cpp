@@ -291,7 +291,11 @@ void Model::failToComeUp() {
 }
 
 void Model::openAndQuit() {
-  if (!Ctx::switchedOn("KESTRAVINE_NO_OPEN")) platform().openUrl(applicationAddress());
+  if (!Ctx::switchedOn("KESTRAVINE_NO_OPEN") && !platform().openUrl(applicationAddress())) {
+    // Quitting now would leave the user with nothing: the window stays and gives the address.
+    fail("Varnholt已经起来了，但没能打开浏览器。请在浏览器里打开 " + applicationAddress());
+    return;
+  }
   // A cancelled tree's SIGKILL may still be due (a cancel, retry and quick install): it is
   // carried out before the launcher ends.
   platform().postAfter(kQuitDelay, [] { Child::afterPendingKills([] { platform().quit(); }); });

@@ -24,8 +24,9 @@ class Platform {
   virtual void postAfter(Delay delay, Task task) = 0;
   // Runs the task off the main thread no earlier than `delay` from now. Cannot be cancelled.
   virtual void runInBackgroundAfter(Delay delay, Task task) = 0;
-  // Asks the desktop to open the address in the default browser; failures are ignored.
-  virtual void openUrl(const std::string& url) = 0;
+  // Asks the desktop to open the address in the default browser. False when nothing could be
+  // asked (no opener, or none could be started); what the browser then does is not known.
+  virtual bool openUrl(const std::string& url) = 0;
   // Ends the application through the toolkit's normal shutdown.
   virtual void quit() = 0;
 };

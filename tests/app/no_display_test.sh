@@ -102,4 +102,24 @@ while IFS='|' read -r name own command_line expected; do
   read -r -a command_line <<<"$command_line"
   check "$(trim "$name")" "$(trim "$own")" err "$(trim "$expected")" "${command_line[@]}"
 done <<<"$desktops"
+
+# Its standard streams into a pipe whose reader has gone: the launcher's words are lost, the
+# launcher is not. Without a desktop, and for --version whose answer could not be written, it
+# ends with 1, never by SIGPIPE.
+for arguments in "" "--version"; do
+  status=$(python3 - "$launcher" $arguments <<'PY'
+import os, subprocess, sys
+read_end, write_end = os.pipe()
+os.close(read_end)
+run = subprocess.run(sys.argv[1:], stdout=write_end, stderr=write_end, env={"HOME": "/nonexistent"})
+print(run.returncode)
+PY
+)
+  if [[ $status == 1 ]]; then
+    echo "ok   a pipe with no reader${arguments:+, $arguments}: status $status"
+  else
+    echo "FAIL a pipe with no reader${arguments:+, $arguments}: status $status (a negative one is a signal)"
+    failures=$((failures + 1))
+  fi
+done
 ((failures == 0)) || { echo "$failures failed"; exit 1; }

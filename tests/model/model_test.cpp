@@ -211,6 +211,23 @@ TEST_F(ProbeTest, ProbesUntilTheApplicationAnswersThenOpensAndQuits) {
 // (see CMakeLists.txt): the environment snapshot is taken once per process.
 
 // KESTRAVINE_HOME empty, ZORVEL_PORT_OFFSET "abc", KESTRAVINE_SKIP_ATTEST set.
+// With no browser that could be asked (no opener, or none could be started), the window stays
+// and gives the address to open by hand rather than quitting as after a success.
+TEST_F(ProbeTest, WithNoBrowserToAskTheWindowGivesTheAddressInstead) {
+  server::serve([](int) { return 200; });
+  platform().setCanOpen(false);
+  start(true, "exit 0");
+  ASSERT_TRUE(runToEnd());
+  platform().setCanOpen(true);
+  EXPECT_EQ(model->phase(), Phase::failed);
+  EXPECT_EQ(model->failure(),
+            "Varnholt已经起来了，但没能打开浏览器。请在浏览器里打开 http://127.0.0.1:" +
+                std::to_string(5199 + Ctx::portOffset()) + "/home/");
+  settle();
+  platform().advance(std::chrono::seconds(1));
+  EXPECT_EQ(quits(), 0);
+}
+
 using ModelEnvOddValues = ModelTest;
 
 TEST_F(ModelEnvOddValues, ValuesPassAsSetAndTheProbeOfTheBasePortGivesUp) {

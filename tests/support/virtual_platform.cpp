@@ -37,9 +37,11 @@ std::size_t VirtualPlatform::pendingMainTimers() const {
       timers_.begin(), timers_.end(), [](const auto& timer) { return !timer.second.background; }));
 }
 
-void VirtualPlatform::openUrl(const std::string& url) {
+bool VirtualPlatform::openUrl(const std::string& url) {
+  if (!canOpen_) return false;
   openedUrls_.push_back(url);
   openedAt_ = now_;
+  return true;
 }
 
 void VirtualPlatform::quit() {

@@ -26,7 +26,9 @@ class VirtualPlatform final : public Platform {
   void post(Task task) override;
   void postAfter(Delay delay, Task task) override;
   void runInBackgroundAfter(Delay delay, Task task) override;
-  void openUrl(const std::string& url) override;
+  bool openUrl(const std::string& url) override;
+  // Whether openUrl() finds something to ask; true unless a test says otherwise.
+  void setCanOpen(bool canOpen) { canOpen_ = canOpen; }
   void quit() override;
 
   // Runs main-queue tasks as they arrive until `done()` holds, checked after every batch.
@@ -74,6 +76,7 @@ class VirtualPlatform final : public Platform {
   };
   std::multimap<Delay, Timer> timers_;  // equal deadlines keep their order of scheduling
   std::vector<std::string> openedUrls_;
+  bool canOpen_ = true;
   Delay openedAt_{0};
   bool realTimeBackground_ = false;
   int quitCount_ = 0;
