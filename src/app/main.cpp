@@ -7,6 +7,7 @@
 #include <QApplication>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -67,7 +68,17 @@ int main(int argc, char** argv) {
   // before it can be shown; reading it here, while the application connects to the display,
   // takes that off the way to the window. fontconfig's initialisation is thread-safe.
   std::thread(FcInit).detach();
-  kestravine::filterToolkitMessages();
+  kestravine::MainWindow* shown = nullptr;
+  kestravine::QtPlatform* qtPlatform = nullptr;
+  kestravine::filterToolkitMessages([&shown, &qtPlatform] {
+    // As after a close of the window: the running command finishes, its output read and dropped
+    // (a cancel's SIGKILL follow-up included), then the launcher ends with 0.
+    std::fputs("kestravine-launcher：桌面断开了，窗口已经没了；等正在运行的命令结束后退出。\n",
+               stderr);
+    if (qtPlatform == nullptr || shown == nullptr) std::_Exit(1);  // lost before there was a window
+    shown->closeWithoutDisplay();
+    qtPlatform->runWithoutDisplayUntilQuit();
+  });
   // Until the window exists: the platform fails either when the application connects or, for
   // some, when the first window is created.
   std::optional<kestravine::DisplayGuard> guard(std::in_place, forced);
@@ -81,8 +92,10 @@ int main(int argc, char** argv) {
   // Never destroyed: output readers still running when the application ends may yet post.
   auto* platform = new kestravine::QtPlatform;
   kestravine::installPlatform(*platform);
+  qtPlatform = platform;
 
   kestravine::MainWindow window;
+  shown = &window;
   kestravine::TerminationSignals termination([&window] { window.close(); });
   window.present();
   guard.reset();

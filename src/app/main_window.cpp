@@ -7,6 +7,7 @@
 #include <QVBoxLayout>
 
 #include "app/window_placement.h"
+#include "platform/platform.h"
 #include "ui/content_view.h"
 
 namespace kestravine {
@@ -50,9 +51,13 @@ bool MainWindow::comeForward(const QString& activationToken) {
 
 void MainWindow::closeEvent(QCloseEvent* event) {
   event->accept();
+  closeWithoutDisplay();
+}
+
+void MainWindow::closeWithoutDisplay() {
   if (closed_) return;
   closed_ = true;
-  content_->closeFlow([] { QCoreApplication::quit(); });
+  content_->closeFlow([] { platform().quit(); });
 }
 
 }  // namespace kestravine

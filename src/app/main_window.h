@@ -25,6 +25,9 @@ class MainWindow final : public QWidget {
   // activation token that launch's desktop gave it (needed on Wayland), unless the window was
   // closed. Returns false then: the launcher is finishing a command without its window.
   bool comeForward(const QString& activationToken);
+  // The display has gone: the flow closes as on a close of the window (if it has not already),
+  // without touching the window itself.
+  void closeWithoutDisplay();
 
  protected:
   void closeEvent(QCloseEvent* event) override;

@@ -7,6 +7,7 @@
 #include <QThreadPool>
 #include <QTimer>
 #include <QUrl>
+#include <cstdlib>
 
 namespace kestravine {
 
@@ -39,8 +40,13 @@ void QtPlatform::postAfter(Delay delay, Task task) {
 }
 
 void QtPlatform::runInBackgroundAfter(Delay delay, Task task) {
-  QTimer::singleShot(delay, Qt::PreciseTimer, this,
-                     [task = std::move(task)] { QThreadPool::globalInstance()->start(task); });
+  // Kept here until due, so that a loop without the display can still run it.
+  const int id = nextBackground_++;
+  background_.emplace(id, std::pair(std::chrono::steady_clock::now() + delay, std::move(task)));
+  QTimer::singleShot(delay, Qt::PreciseTimer, this, [this, id] {
+    auto due = background_.extract(id);
+    if (!due.empty()) QThreadPool::globalInstance()->start(std::move(due.mapped().second));
+  });
 }
 
 bool QtPlatform::openUrl(const std::string& url) {
@@ -54,7 +60,27 @@ bool QtPlatform::openUrl(const std::string& url) {
 }
 
 void QtPlatform::quit() {
+  quitAsked_ = true;
   QCoreApplication::quit();
+}
+
+void QtPlatform::runWithoutDisplayUntilQuit() {
+  constexpr int kIdleMs = 100;
+  for (;;) {
+    const bool more = queue_.drain(kDrainBudget);
+    if (quitAsked_) std::_Exit(0);
+    const auto now = std::chrono::steady_clock::now();
+    for (auto it = background_.begin(); it != background_.end();) {
+      if (it->second.first > now) {
+        ++it;
+        continue;
+      }
+      Task task = std::move(it->second.second);
+      it = background_.erase(it);
+      task();  // a SIGKILL follow-up: short, and no other thread is needed for it
+    }
+    wake_.waitWithoutEventLoop(more ? 0 : kIdleMs);
+  }
 }
 
 }  // namespace kestravine

@@ -1,6 +1,9 @@
 #pragma once
 
 #include <QObject>
+#include <chrono>
+#include <map>
+#include <utility>
 
 #include "app/wake_pipe.h"
 #include "platform/main_queue.h"
@@ -25,11 +28,20 @@ class QtPlatform final : public QObject, public Platform {
   bool openUrl(const std::string& url) override;
   void quit() override;
 
+  // The display has gone: runs the main queue and the due background tasks on this thread
+  // without Qt's event loop (which would only end the process) until quit() is asked for, then
+  // ends the process with 0. GUI thread only; never returns.
+  [[noreturn]] void runWithoutDisplayUntilQuit();
+
  private:
   void drain();
 
   WakePipe wake_;
   MainQueue queue_;
+  bool quitAsked_ = false;
+  // Background tasks not yet handed to a thread, by when they are due; GUI thread only.
+  std::map<int, std::pair<std::chrono::steady_clock::time_point, Task>> background_;
+  int nextBackground_ = 0;
 };
 
 }  // namespace kestravine

@@ -1,5 +1,7 @@
 #include "app/wake_pipe.h"
 
+#include <poll.h>
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -27,6 +29,14 @@ WakePipe::WakePipe(std::function<void(std::string_view bytes)> onWake, QObject* 
 
 WakePipe::~WakePipe() {
   delete notifier_;  // before the descriptor it watches is closed
+}
+
+void WakePipe::waitWithoutEventLoop(int timeoutMs) {
+  pollfd readable{read_.get(), POLLIN, 0};
+  if (system_calls::retryOnInterrupt([&] { return ::poll(&readable, 1, timeoutMs); }) <= 0) return;
+  char bytes[256];
+  while (::read(read_.get(), bytes, sizeof bytes) > 0) {
+  }
 }
 
 void WakePipe::wake(unsigned char byte) const {

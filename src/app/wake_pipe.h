@@ -27,6 +27,9 @@ class WakePipe final : public QObject {
   int writeFd() const { return write_.get(); }
   // Writes `byte`; a full pipe already guarantees a wake-up, so a failed write loses nothing.
   void wake(unsigned char byte = 1) const;
+  // Without the event loop (the display has gone): waits up to `timeoutMs` for a wake-up and
+  // empties the pipe. GUI thread only.
+  void waitWithoutEventLoop(int timeoutMs);
 
  private:
   UniqueFd read_;
