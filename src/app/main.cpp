@@ -11,7 +11,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <thread>
+#include <system_error>
 
 #include "app/command_line.h"
 #include "app/display_guard.h"
@@ -67,7 +67,18 @@ int main(int argc, char** argv) {
   // Qt reads the font configuration the first time it needs a font, which for this window is
   // before it can be shown; reading it here, while the application connects to the display,
   // takes that off the way to the window. fontconfig's initialisation is thread-safe.
-  std::thread(FcInit).detach();
+  // The toolkit needs threads of its own and waits for them without a limit (its painting
+  // does): where the system refuses one already, say so now rather than freeze later.
+  try {
+    kestravine::system_calls::startThread([] { FcInit(); });
+  } catch (const std::system_error& refused) {
+    std::fputs(
+        ("kestravine-launcher：系统不让再开线程，窗口没法显示：" +
+         kestravine::system_calls::describeError(refused.code().value()) + "。关掉一些程序再试。\n")
+            .c_str(),
+        stderr);
+    return 1;
+  }
   kestravine::MainWindow* shown = nullptr;
   kestravine::QtPlatform* qtPlatform = nullptr;
   kestravine::filterToolkitMessages([&shown, &qtPlatform] {

@@ -4,10 +4,12 @@
 #include <QDesktopServices>
 #include <QProcess>
 #include <QStandardPaths>
-#include <QThreadPool>
 #include <QTimer>
 #include <QUrl>
 #include <cstdlib>
+#include <system_error>
+
+#include "system/system_calls.h"
 
 namespace kestravine {
 
@@ -45,7 +47,13 @@ void QtPlatform::runInBackgroundAfter(Delay delay, Task task) {
   background_.emplace(id, std::pair(std::chrono::steady_clock::now() + delay, std::move(task)));
   QTimer::singleShot(delay, Qt::PreciseTimer, this, [this, id] {
     auto due = background_.extract(id);
-    if (!due.empty()) QThreadPool::globalInstance()->start(std::move(due.mapped().second));
+    if (due.empty()) return;
+    Task task = std::move(due.mapped().second);
+    try {
+      system_calls::startThread(task);
+    } catch (const std::system_error&) {
+      task();  // no thread to be had: a SIGKILL follow-up is short enough to run here
+    }
   });
 }
 

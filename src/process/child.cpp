@@ -46,8 +46,12 @@ void Child::start(const std::string& program, const std::vector<std::string>& ar
       proc_->setPid(spawned.pid);
       // The reader first: it holds only the pipe and ends once the command is gone, so if the
       // watcher cannot be started either, killing and reaping the command here is all it takes.
-      std::thread(readOutput, std::move(spawned.output), std::move(delivery), onItsWay).detach();
-      std::thread(CommandProcess::watchExit, proc_, onExit, std::move(onItsWay)).detach();
+      system_calls::startThread([output = std::make_shared<UniqueFd>(std::move(spawned.output)),
+                                 delivery,
+                                 onItsWay] { readOutput(std::move(*output), delivery, onItsWay); });
+      system_calls::startThread([proc = proc_, onExit, onItsWay = std::move(onItsWay)] {
+        CommandProcess::watchExit(proc, onExit, onItsWay);
+      });
       std::lock_guard lock(lock_);
       runningFlag_ = true;
       return;

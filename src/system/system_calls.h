@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <cerrno>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -63,6 +64,11 @@ UniqueFd acceptConnection(int listener);
 // Whether a TCP connection to 127.0.0.1:`port` is taken within `timeoutMs`. A connection that
 // is neither taken nor refused by then counts as taken: something holds the port.
 bool connectsToLoopback(int port, int timeoutMs);
+
+// Starts `task` on a thread of its own, detached; throws std::system_error when the system
+// refuses a thread (EAGAIN under a process limit), as std::thread does. Tests replace it to
+// refuse.
+extern void (*startThread)(std::function<void()> task);
 
 // pidfd_open(2): a descriptor that keeps naming the process `pid` names now.
 extern int (*pidfdOpen)(pid_t pid);

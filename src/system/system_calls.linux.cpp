@@ -11,6 +11,7 @@
 
 #include <cstring>
 #include <filesystem>
+#include <thread>
 
 #include "text/decimal.h"
 
@@ -27,8 +28,13 @@ int realPidfdSendSignal(int pidfd, int signal) {
   return static_cast<int>(::syscall(SYS_pidfd_send_signal, pidfd, signal, nullptr, 0));
 }
 
+void realStartThread(std::function<void()> task) {
+  std::thread(std::move(task)).detach();
+}
+
 }  // namespace
 
+void (*startThread)(std::function<void()>) = realStartThread;
 int (*pidfdOpen)(pid_t) = realPidfdOpen;
 int (*pidfdSendSignal)(int, int) = realPidfdSendSignal;
 

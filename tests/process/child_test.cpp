@@ -9,10 +9,12 @@
 #include <cstring>
 #include <filesystem>
 #include <set>
+#include <system_error>
 
 #include "env/ctx.h"
 #include "support/processes.h"
 #include "support/test_platform.h"
+#include "system/system_calls.h"
 
 namespace kestravine::testing {
 namespace {
@@ -94,6 +96,32 @@ TEST(Child, DeliversCleanedNonEmptyLinesAndTheExitStatus) {
     run.child->cancel();
     Child().cancel();  // never started
     EXPECT_EQ(platform().pendingTimers(), timers);
+  }
+}
+
+// A system that refuses a thread (a process limit) for the output reader or for the exit
+// watcher: the command must not run unread or unwatched, so it is stopped and the launch fails
+// with the reason; nothing of it is left running.
+TEST(Child, AThreadTheSystemRefusesFailsTheLaunchWithTheReason) {
+  static const auto realStart = system_calls::startThread;
+  for (int refused : {1, 2}) {
+    static int calls;
+    static int refuseAt;
+    calls = 0;
+    refuseAt = refused;
+    system_calls::startThread = [](std::function<void()> task) {
+      if (++calls == refuseAt) throw std::system_error(EAGAIN, std::generic_category());
+      realStart(std::move(task));
+    };
+    Command run("/bin/sleep", {"1000"});
+    system_calls::startThread = realStart;
+    ASSERT_TRUE(run.waitFor());
+    EXPECT_THAT(
+        run.got->lines,
+        ElementsAre("起不来：/bin/sleep", "原因：" + std::string(strerror(EAGAIN)) + "（EAGAIN）"))
+        << refused;
+    EXPECT_THAT(run.got->exits, ElementsAre(127));
+    EXPECT_TRUE(eventually([] { return markedProcesses().empty(); })) << refused;
   }
 }
 
