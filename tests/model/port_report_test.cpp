@@ -42,27 +42,6 @@ TEST(PortReport, RefusesOnlyAStrangerNamingItAndTheWayOut) {
     EXPECT_EQ(port_report::refusal(5199, who), text) << static_cast<int>(who.kind);
 }
 
-// The details say what was seen on the port, and where it cannot be told, why.
-TEST(PortReport, SaysWhoHoldsThePort) {
-  const std::tuple<PortOwner, bool, std::string> table[] = {
-      {owner(Kind::nobody), false, "端口 5199 上没有程序在听。"},
-      {owner(Kind::nobody), true,
-       "端口 5199 有回应，但看不到在听的程序（可能是转发过来的），分不清是不是Varnholt。"},
-      {owner(Kind::product, "node", 7), false,
-       "端口 5199 上在听的是 node（进程 7），是这里的Varnholt。"},
-      {owner(Kind::foreign, "python3", 8), true,
-       "端口 5199 上在听的是 python3（进程 8），不是Varnholt。"},
-      {owner(Kind::otherUser, "bob"), false,
-       "端口 5199 上在听的是另一个用户（bob）的程序，不是Varnholt。"},
-      {owner(Kind::unknown, "", -1, 0), true,
-       "端口 5199 上在听的是系统（root）的程序，分不清是不是Varnholt。"},
-      {owner(Kind::unknown, "", -1, 1000), true,
-       "端口 5199 上在听的程序看不到（可能在容器里），分不清是不是Varnholt。"},
-  };
-  for (const auto& [who, answered, text] : table)
-    EXPECT_EQ(port_report::seen(5199, who, answered), text);
-}
-
 // The last lines of the services' log, cleaned, from its last 64 KiB only: memory stays bounded
 // however large the log, and a line the window cuts is left out rather than shown in part.
 TEST(PortReport, GivesTheLastLinesOfTheLogCleaned) {
