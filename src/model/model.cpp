@@ -292,8 +292,9 @@ void Model::failToComeUp() {
 
 void Model::openAndQuit() {
   if (!Ctx::switchedOn("KESTRAVINE_NO_OPEN") && !platform().openUrl(applicationAddress())) {
-    // Quitting now would leave the user with nothing: the window stays and gives the address.
-    fail("Varnholt已经起来了，但没能打开浏览器。请在浏览器里打开 " + applicationAddress());
+    // Quitting now would leave the user with nothing: the window stays and gives the address,
+    // on a line of its own so that it is never broken.
+    fail("Varnholt已经起来了，但没能打开浏览器。请在浏览器里打开：\n" + applicationAddress());
     return;
   }
   // A cancelled tree's SIGKILL may still be due (a cancel, retry and quick install): it is

@@ -221,7 +221,7 @@ TEST_F(ProbeTest, WithNoBrowserToAskTheWindowGivesTheAddressInstead) {
   platform().setCanOpen(true);
   EXPECT_EQ(model->phase(), Phase::failed);
   EXPECT_EQ(model->failure(),
-            "Varnholt已经起来了，但没能打开浏览器。请在浏览器里打开 http://127.0.0.1:" +
+            "Varnholt已经起来了，但没能打开浏览器。请在浏览器里打开：\nhttp://127.0.0.1:" +
                 std::to_string(5199 + Ctx::portOffset()) + "/home/");
   settle();
   platform().advance(std::chrono::seconds(1));
