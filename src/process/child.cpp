@@ -46,11 +46,15 @@ void Child::start(const std::string& program, const std::vector<std::string>& ar
       proc_->setPid(spawned.pid);
       // The reader first: it holds only the pipe and ends once the command is gone, so if the
       // watcher cannot be started either, killing and reaping the command here is all it takes.
+      // Each thread's task hands its holds on to the call, keeping no copy of its own: the count
+      // of reports on their way must drop with the last post to the main queue, never later on
+      // this thread.
       system_calls::startThread([output = std::make_shared<UniqueFd>(std::move(spawned.output)),
-                                 delivery,
-                                 onItsWay] { readOutput(std::move(*output), delivery, onItsWay); });
-      system_calls::startThread([proc = proc_, onExit, onItsWay = std::move(onItsWay)] {
-        CommandProcess::watchExit(proc, onExit, onItsWay);
+                                 delivery, onItsWay]() mutable {
+        readOutput(std::move(*output), std::move(delivery), std::move(onItsWay));
+      });
+      system_calls::startThread([proc = proc_, onExit, onItsWay = std::move(onItsWay)]() mutable {
+        CommandProcess::watchExit(std::move(proc), std::move(onExit), std::move(onItsWay));
       });
       std::lock_guard lock(lock_);
       runningFlag_ = true;
