@@ -5,13 +5,13 @@
 // no desktop to show the window on, or that launcher does not answer.
 #include <fontconfig/fontconfig.h>
 #include <QApplication>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <system_error>
 
 #include "app/command_line.h"
 #include "app/display_guard.h"
@@ -21,6 +21,7 @@
 #include "app/snapshot.h"
 #include "app/termination_signals.h"
 #include "app/toolkit_messages.h"
+#include "app/toolkit_thread.h"
 #include "app/window_icon.h"
 #include "env/ctx.h"
 #include "system/system_calls.h"
@@ -65,23 +66,21 @@ int main(int argc, char** argv) {
   kestravine::SingleInstance instance(kestravine::Ctx::canonicalHome());
   if (instance.answer() != kestravine::SingleInstance::Answer::first) return instance.report();
   // Qt reads the font configuration the first time it needs a font, which for this window is
-  // before it can be shown; reading it here, while the application connects to the display,
-  // takes that off the way to the window. fontconfig's initialisation is thread-safe.
-  // The toolkit needs threads of its own and waits for them without a limit (its painting
-  // does): where the system refuses one already, say so now rather than freeze later.
-  try {
-    kestravine::system_calls::startThread([] { FcInit(); });
-  } catch (const std::system_error& refused) {
-    std::fputs(
-        ("kestravine-launcher：系统不让再开线程，窗口没法显示：" +
-         kestravine::system_calls::describeError(refused.code().value()) + "。关掉一些程序再试。\n")
-            .c_str(),
-        stderr);
+  // before it can be shown; reading it on the toolkit's own thread, while the application
+  // connects to the display, takes that off the way to the window (fontconfig's initialisation
+  // is thread-safe). Where the system refuses that thread already, say so now rather than
+  // freeze later.
+  if (!kestravine::keepToolkitThread([] { FcInit(); })) {
+    // A refused thread has one reason that is not a programming error: no more processes.
+    std::fputs(("kestravine-launcher：系统不让再开线程，窗口没法显示：" +
+                kestravine::system_calls::describeError(EAGAIN) + "。关掉一些程序再试。\n")
+                   .c_str(),
+               stderr);
     return 1;
   }
   kestravine::MainWindow* shown = nullptr;
   kestravine::QtPlatform* qtPlatform = nullptr;
-  kestravine::filterToolkitMessages([&shown, &qtPlatform] {
+  kestravine::filterToolkitMessages([&shown, &qtPlatform, &instance] {
     // As after a close of the window: the running command finishes, its output read and dropped
     // (a cancel's SIGKILL follow-up included), then the launcher ends with 0.
     std::fputs("kestravine-launcher：桌面断开了，窗口已经没了；等正在运行的命令结束后退出。\n",
@@ -89,6 +88,8 @@ int main(int argc, char** argv) {
     if (qtPlatform == nullptr || shown == nullptr) std::_Exit(1);  // lost before there was a window
     shown->closeWithoutDisplay();
     qtPlatform->runWithoutDisplayUntilQuit();
+    instance.leave();
+    std::_Exit(0);  // back in Qt, the lost display would end the process with 1
   });
   // Until the window exists: the platform fails either when the application connects or, for
   // some, when the first window is created.

@@ -6,7 +6,6 @@
 #include <QStandardPaths>
 #include <QTimer>
 #include <QUrl>
-#include <cstdlib>
 #include <system_error>
 
 #include "system/system_calls.h"
@@ -76,7 +75,7 @@ void QtPlatform::runWithoutDisplayUntilQuit() {
   constexpr int kIdleMs = 100;
   for (;;) {
     const bool more = queue_.drain(kDrainBudget);
-    if (quitAsked_) std::_Exit(0);
+    if (quitAsked_) return;
     const auto now = std::chrono::steady_clock::now();
     for (auto it = background_.begin(); it != background_.end();) {
       if (it->second.first > now) {

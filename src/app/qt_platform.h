@@ -29,9 +29,9 @@ class QtPlatform final : public QObject, public Platform {
   void quit() override;
 
   // The display has gone: runs the main queue and the due background tasks on this thread
-  // without Qt's event loop (which would only end the process) until quit() is asked for, then
-  // ends the process with 0. GUI thread only; never returns.
-  [[noreturn]] void runWithoutDisplayUntilQuit();
+  // without Qt's event loop (which would only end the process) until quit() is asked for. The
+  // caller then ends the process without returning to Qt. GUI thread only.
+  void runWithoutDisplayUntilQuit();
 
  private:
   void drain();

@@ -186,11 +186,17 @@ SingleInstance::SingleInstance(const std::string& home) {
 }
 
 SingleInstance::~SingleInstance() {
+  leave();
+}
+
+void SingleInstance::leave() {
   // The first launcher leaves nothing behind: socket first (nobody can be answered any more),
   // then the lock file, while still holding the lock.
   if (answer_ != Answer::first || !lock_) return;
   if (listener_) ::unlinkat(folder_.get(), socketName_.c_str(), 0);
   ::unlinkat(folder_.get(), lockName_.c_str(), 0);
+  listener_.reset();
+  lock_.reset();
 }
 
 void SingleInstance::serve(std::function<bool(const QString& token)> onLaunch) {

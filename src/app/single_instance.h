@@ -47,6 +47,10 @@ class SingleInstance {
   // on stdout when there is a terminal to read it otherwise). Returns the exit status.
   int report() const;
 
+  // The first launcher, ending: removes the socket and the lock file. The destructor does the
+  // same; this is for an end that skips destructors.
+  void leave();
+
  private:
   Answer answer_ = Answer::first;
   UniqueFd folder_;

@@ -2,8 +2,8 @@
 # The real launcher loses its display in the middle of an install, on X11 (Xvfb killed) and on
 # Wayland (weston killed): it says so in one Chinese line on stderr, lets the install run to its
 # end (reading and dropping what it prints), then ends with 0, never by a signal and without a
-# core. The install script writes a line every few milliseconds and waits at a gate, so it would
-# die of SIGPIPE at its next write were its reader gone.
+# core, leaving no guard file behind. The install script writes a line every few milliseconds
+# and waits at a gate, so it would die of SIGPIPE at its next write were its reader gone.
 set -euo pipefail
 launcher=$1
 scratch=$2
@@ -42,6 +42,8 @@ for desktop in x11 wayland; do
   if [[ $desktop == x11 ]]; then
     start_xvfb
     server=$xvfb_pid
+    mkdir -m 700 "$tmp/runtime-x11"
+    export XDG_RUNTIME_DIR=$tmp/runtime-x11
   else
     start_weston
     server=$weston_pid
@@ -62,6 +64,8 @@ for desktop in x11 wayland; do
   [[ $status -eq 0 ]] || die "$desktop: the launcher ended with $status: $(cat "$tmp/$desktop.err")"
   grep -q finished "$home/state" || die "$desktop: the install did not finish"
   ! grep -qi "connection broke" "$tmp/$desktop.err" || die "$desktop: the toolkit's line reached the terminal"
+  guard=$XDG_RUNTIME_DIR/kestravine-launcher
+  [[ -d $guard && -z $(ls -A "$guard") ]] || die "$desktop: the guard's files outlived the launcher: $(ls -A "$guard" 2>&1)"
   unset DISPLAY WAYLAND_DISPLAY xvfb_pid weston_pid
   echo "ok: $desktop: the display died mid-install; the install finished and the launcher ended with 0"
 done
