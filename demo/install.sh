@@ -237,8 +237,13 @@ exec 9>>"$home/.install.lock"
 flock -n 9 || die "another install into this product home is running." "$home"
 ok "no other install is running"
 pace
-# Leftovers of an install that was killed before it could clean up.
+# Leftovers of an install that was killed before it could clean up. A copy it had set aside
+# for the swap goes back where it was if nothing took its place: it is the user's product.
 shopt -s nullglob
+set_aside=("$home"/.previous.*)
+if [[ ! -e $home/app ]] && ((${#set_aside[@]})); then
+  mv -- "${set_aside[0]}" "$home/app" && ok "put back the copy an interrupted install had set aside"
+fi
 leftovers=("$home"/.staging.* "$home"/.previous.*)
 shopt -u nullglob
 if ((${#leftovers[@]})); then
@@ -305,23 +310,23 @@ if [[ -d $home/app ]]; then
     (cd "$home/app" && ZORVEL_PORT_OFFSET=$offset "$node_bin" down.js 9>&-) 2>&1 | sed 's/^/        /' ||
       warn "the installed copy could not be stopped"
   fi
+  # What a reinstall keeps goes into the new copy before the swap, and as a copy: a cancel at
+  # any moment leaves one whole application in place with its logs. The log is where a user
+  # looks when something went wrong; the token tells this home's server from another home's on
+  # the same port (common.js checks that it was made for this folder, else makes a new one).
+  mkdir -p -- "$staging/app/.zorvel"
+  if [[ -d $home/app/.zorvel/logs ]]; then
+    cp -a -- "$home/app/.zorvel/logs" "$staging/app/.zorvel/logs" && ok "kept the earlier logs"
+  fi
+  if [[ -f $home/app/.zorvel/instance ]]; then
+    cp -p -- "$home/app/.zorvel/instance" "$staging/app/.zorvel/instance"
+  fi
   previous="$home/.previous.$$"
   mv -- "$home/app" "$previous"
 fi
 # The swap is two renames in one folder: a cancel leaves either the old app or the new one.
 mv -- "$staging/app" "$home/app" || die "cannot move the application into place: $home/app"
 ok "installed in $home/app"
-# The log is where a user looks when something went wrong; a reinstall keeps its history.
-if [[ -n $previous && -d $previous/.zorvel/logs ]]; then
-  mkdir -p -- "$home/app/.zorvel"
-  mv -- "$previous/.zorvel/logs" "$home/app/.zorvel/logs" && ok "kept the earlier logs"
-fi
-# The token by which this home's server is told from another home's on the same port. A
-# reinstall keeps it; common.js checks that it was made for this folder, else makes a new one.
-if [[ -n $previous && -f $previous/.zorvel/instance ]]; then
-  mkdir -p -- "$home/app/.zorvel"
-  mv -- "$previous/.zorvel/instance" "$home/app/.zorvel/instance"
-fi
 # shellcheck disable=SC2016 # JavaScript, not shell
 token_state=$(cd "$home/app" && "$node_bin" -e '
   const common = require("./common.js");

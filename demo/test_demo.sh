@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # Installs the demo product the way the launcher does, then starts it again, reinstalls it over
 # itself and stops it; makes sure it never takes another home's Varnholt or another program on
-# its port for its own, and works in a product home given as a relative path; and makes sure a
-# bad --from fails loudly without touching anything.
+# its port for its own, and works in a product home given as a relative path; that an update
+# cancelled at any of its steps leaves a whole application that starts; and makes sure a bad
+# --from fails loudly without touching anything.
 #
-#   test_demo.sh <built install.sh> <built tarball> <scratch folder>
+#   test_demo.sh <built install.sh> <built tarball> <scratch folder> <newer tarball>
 #
 # Exit status 77 when node, npm or curl is missing (the test is skipped).
 set -euo pipefail
@@ -12,6 +13,7 @@ set -euo pipefail
 install_sh=$1
 tarball=$2
 scratch=$3
+next_tarball=$4 # a newer version of the same product
 
 for tool in node npm curl; do
   command -v "$tool" >/dev/null 2>&1 || { echo "skipped: $tool is not installed"; exit 77; }
@@ -401,6 +403,56 @@ wait "$hand_pid" || fail "the server started by hand exited with $? on SIGTERM" 
 hand_pid=""
 wait_until 5000 port_closed || fail "port $port still open after the server started by hand ended"
 pass "a server started by hand makes a missing instance token and sends it"
+
+# --- an update cancelled at each of its steps ---------------------------------------------------
+# The launcher cancels as here: SIGTERM to the install's process group, SIGKILL to whatever is
+# left once 10 s have passed. Wherever the cancel lands, the home keeps one whole application
+# that starts, with the logs of the one before, and nothing half done beside it.
+cancel_home="$scratch/cancel home"
+cancel_app="$cancel_home/app"
+all_apps+=("$cancel_app")
+older=${tarball##*/kestravine-}
+older=${older%.tar.gz}
+newer=${next_tarball##*/kestravine-}
+newer=${newer%.tar.gz}
+version_of() { node -p 'require(process.argv[1]).version' "$cancel_app/package.json"; }
+# The older version installed and stopped, its log holding a line to look for.
+install_older() {
+  launcher_install "$scratch/cancel-older.log" KESTRAVINE_HOME="$cancel_home"
+  [[ $install_status == 0 ]] || fail "installing $older exited $install_status" "$scratch/cancel-older.log"
+  (cd "$cancel_app" && node down.js >/dev/null)
+  echo "written by $older" >>"$cancel_app/.zorvel/logs/monitor.log"
+}
+install_older
+cancels=0
+for marker in "[1/6]" "[2/6]" "[3/6]" "[4/6]" "[5/6]" "[6/6]" "stopping the installed copy" \
+  "kept the earlier logs" "installed in"; do
+  [[ $(version_of) == "$older" ]] || install_older
+  cancels=$((cancels + 1))
+  out="$scratch/cancel-$cancels.log"
+  setsid bash -c 'echo $$ >"$1"; shift; exec "$@"' _ "$scratch/cancel.pid" \
+    env KESTRAVINE_NO_OPEN=1 KESTRAVINE_HOME="$cancel_home" /bin/bash "$install_sh" \
+    --from "$next_tarball" >"$out" 2>&1 &
+  runner=$!
+  wait_until 10000 grep -qF -- "$marker" "$out" || fail "the update never printed '$marker'" "$out"
+  group=$(cat -- "$scratch/cancel.pid")
+  kill -TERM -- "-$group" 2>/dev/null || true
+  wait_until 10000 bash -c "! kill -0 -- -$group 2>/dev/null" || kill -KILL -- "-$group" 2>/dev/null || true
+  wait "$runner" 2>/dev/null || true
+  shopt -s nullglob
+  leftovers=("$cancel_home"/.staging.* "$cancel_home"/.previous.*)
+  shopt -u nullglob
+  ((${#leftovers[@]} == 0)) || fail "cancelled at '$marker': left ${leftovers[*]}" "$out"
+  version=$(version_of) || fail "cancelled at '$marker': no application left" "$out"
+  grep -qxF "written by $older" "$cancel_app/.zorvel/logs/monitor.log" ||
+    fail "cancelled at '$marker': the log of $older is gone" "$out"
+  (cd "$cancel_app" && node down.js >/dev/null) # the new server, if the cancel came that late
+  launcher_up "$scratch/cancel-up.log" "$cancel_app"
+  wait_until 10000 page_answers || fail "cancelled at '$marker': $version does not start" "$out"
+  grep -qF "<dd>$version</dd>" "$scratch/page.html" || fail "cancelled at '$marker': not $version answers"
+  (cd "$cancel_app" && node down.js >/dev/null)
+  pass "an update to $newer cancelled at '$marker' leaves $version whole, with its logs, and it starts"
+done
 
 # --- bad --from -----------------------------------------------------------------------------------
 
