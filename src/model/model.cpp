@@ -10,6 +10,7 @@
 #include "env/ctx.h"
 #include "model/platform_words.h"
 #include "model/port_report.h"
+#include "model/version.h"
 #include "platform/platform.h"
 #include "process/child.h"
 #include "process/port_owner.h"
@@ -168,6 +169,24 @@ void Model::check() {
     assign(Field::phase, phase_, Phase::ready);
     return;
   }
+  if (!offerUpdate()) startInstalled();
+}
+
+bool Model::offerUpdate() {
+  const auto installed = installedVersion(Ctx::kestravineHome());
+  const auto bundled = bundledVersion(firstTarball(Ctx::resourceDir()));
+  if (!installed || !bundled || *bundled <= *installed) return false;
+  const WordedTexts& texts = platformTexts();
+  assign(Field::headline, headline_, texts.headlineUpdate);
+  assign(Field::status, status_,
+         texts.installedIs + installed->text() + texts.bundledIs + bundled->text() + "。");
+  assign(Field::offer, offer_, Offer::update);
+  assign(Field::phase, phase_, Phase::ready);
+  return true;
+}
+
+void Model::startInstalled() {
+  if (closed_) return;
   assign(Field::headline, headline_, platformTexts().headlineInstalled);
   // A program that is not the product holds the port: the services could not bind it, and the
   // probe would take that program's answers for the product's.
@@ -303,7 +322,8 @@ void Model::openAndQuit() {
 }
 
 void Model::autostart() {
-  if (!Ctx::switchedOn("KESTRAVINE_LAUNCHER_AUTOSTART") || isInstalled()) return;
+  if (!Ctx::switchedOn("KESTRAVINE_LAUNCHER_AUTOSTART")) return;
+  if (isInstalled() && offer_ != Offer::update) return;
   // Only while the install is still on offer: a click in the meantime has started it already,
   // and two install scripts must never run side by side.
   platform().postAfter(kAutostartDelay, [weak = weak_from_this()] {
@@ -334,6 +354,9 @@ void Model::finishClosing() {
 void Model::retry() {
   assign(Field::failure, failure_, std::string());
   assign(Field::lines, lines_, {});
+  // A failed or cancelled update left the installed version as it was: offered again.
+  if (offerUpdate()) return;
+  if (offer_ != Offer::install) assign(Field::offer, offer_, Offer::install);
   assign(Field::phase, phase_, Phase::ready);
   assign(Field::headline, headline_, platformTexts().headlineNotInstalled);
 }

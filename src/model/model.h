@@ -30,7 +30,10 @@ class Model : public std::enable_shared_from_this<Model> {
 
  public:
   enum class Phase { checking, ready, working, failed };
-  enum class Field { phase, headline, status, lines, failure, canCancel };
+  // What the ready phase offers: the install, or an update of the installed product to the
+  // newer one in the package (which also offers to start the installed one instead).
+  enum class Offer { install, update };
+  enum class Field { phase, headline, status, lines, failure, canCancel, offer };
   // Called after every assignment of a published field, also when the value did not change.
   // Cheap by design: it names the field and copies nothing.
   using Listener = std::function<void(Field)>;
@@ -55,25 +58,31 @@ class Model : public std::enable_shared_from_this<Model> {
   std::uint64_t linesAppended() const { return linesAppended_; }
   const std::string& failure() const { return failure_; }
   bool canCancel() const { return canCancel_; }
+  Offer offer() const { return offer_; }
 
   // Returns an id for removeListener().
   int addListener(Listener listener);
   void removeListener(int id);
 
-  // Decides from the product home whether the product is installed: if so, starts its services
-  // and then the readiness probe; if not, offers the install.
+  // Decides from the product home whether the product is installed: if not, offers the install;
+  // if the package holds a newer version than the installed one, offers the update; else starts
+  // the installed product's services and then the readiness probe.
   void check();
-  // Runs the bundled install script on the bundled tarball, then the readiness probe.
+  // Runs the bundled install script on the bundled tarball, then the readiness probe. Also the
+  // update: the script replaces the installed version.
   void install();
+  // The installed version, instead of the update on offer: its services, then the probe.
+  void startInstalled();
   // The automatic install that KESTRAVINE_LAUNCHER_AUTOSTART=1 asks for: install() 0.3 s from
-  // now, unless the product is installed, and only if the install is still on offer then. Called
-  // once, right after check().
+  // now, unless the product is installed and no update is offered, and only if the offer still
+  // stands then. Called once, right after check().
   void autostart();
   // Whether the product is installed: anything exists at <product home>/app.
   static bool isInstalled();
   // Stops the running service start or install with its whole process tree.
   void cancel();
-  // Back from a failure to the install offer.
+  // Back from a failure to the offer: the update where the package's version is newer than the
+  // installed one, else the install.
   void retry();
 
   // The window has gone away. Nothing further is shown or started (later calls of check() and
@@ -91,6 +100,9 @@ class Model : public std::enable_shared_from_this<Model> {
   void append(std::string line);
   void fail(std::string text);
   void startServices();
+  // Offers the update when the package's version is newer than the installed one; returns
+  // whether it did. An unreadable or malformed version offers nothing.
+  bool offerUpdate();
   void openWhenReady(std::int64_t attempt);
   void openAndQuit();
   // When a program that is not the product holds the port, fails with a text that names it and
@@ -124,6 +136,7 @@ class Model : public std::enable_shared_from_this<Model> {
   std::uint64_t linesAppended_ = 0;
   std::string failure_;
   bool canCancel_ = false;
+  Offer offer_ = Offer::install;
   std::shared_ptr<Child> child_;
   // The last service start, for the probe that follows it: what it left running carries its
   // mark, and its exit status (none while it runs). None after an install.

@@ -11,6 +11,9 @@ WordedTexts wordedTexts(const PlatformWords& words) {
       "）。多半是网络，或者" + on + "已经有一份在跑。再试一次；不行就把下面的详情发给我。",
       "看一眼" + std::string(words.thisMachine) + "。",
       "数据只在" + on + "，不上传。装好以后" + std::string(words.openIt) + "就能进Varnholt。",
+      std::string(words.inThePackage) + "有新版本的Varnholt",
+      on + "是 ",
+      "，" + std::string(words.inThePackage) + "是 ",
   };
 }
 

@@ -35,6 +35,11 @@ struct WordedTexts {
   std::string installFailedAfter;  // follows the exit code
   std::string checking;
   std::string description;
+  // A newer product in the package than the one installed: the headline, and the status that
+  // names both versions, as installedIs + installed + bundledIs + bundled + "。".
+  std::string headlineUpdate;
+  std::string installedIs;
+  std::string bundledIs;
 };
 
 WordedTexts wordedTexts(const PlatformWords& words);

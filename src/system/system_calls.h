@@ -41,6 +41,10 @@ std::string readToEnd(int fd);
 // The whole file at `path`, as readToEnd() gives it; empty if it cannot be opened.
 std::string readFile(const char* path);
 
+// The file at `path` if it is a regular file (after links) of at most `limit` bytes; none
+// otherwise. Opened without blocking, so a FIFO in its place never stalls the caller.
+std::optional<std::string> readSmallFile(const char* path, std::size_t limit);
+
 // The system's message for the errno value `error` and its name, as in "Permission denied
 // (EACCES)", with the parentheses of Chinese text around the name.
 std::string describeError(int error);

@@ -6,9 +6,11 @@
 #include <poll.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <thread>
@@ -58,6 +60,27 @@ std::string readToEnd(int fd) {
 std::string readFile(const char* path) {
   const UniqueFd fd(::open(path, O_RDONLY | O_CLOEXEC));
   return fd ? readToEnd(fd.get()) : std::string();
+}
+
+std::optional<std::string> readSmallFile(const char* path, std::size_t limit) {
+  const UniqueFd fd(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  struct stat info {};
+  if (!fd || ::fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode) ||
+      static_cast<std::uint64_t>(info.st_size) > limit)
+    return std::nullopt;
+  // At most one byte more than allowed: a file that grew since is refused, however large.
+  std::string text(limit + 1, '\0');
+  std::size_t filled = 0;
+  while (filled < text.size()) {
+    const ssize_t n = retryOnInterrupt(
+        [&] { return ::read(fd.get(), text.data() + filled, text.size() - filled); });
+    if (n < 0) return std::nullopt;
+    if (n == 0) break;
+    filled += static_cast<std::size_t>(n);
+  }
+  if (filled > limit) return std::nullopt;
+  text.resize(filled);
+  return text;
 }
 
 std::string describeError(int error) {

@@ -2,6 +2,7 @@
 
 #include <QAccessible>
 #include <QCoreApplication>
+#include <QHBoxLayout>
 #include <QPushButton>
 #include <QShortcut>
 #include <QTextLayout>
@@ -88,7 +89,8 @@ ContentView::ContentView(QWidget* parent)
   // queued behind the one that changed the phase (the second click of a double click) meets
   // the new arrangement; lines and status, which may come by the thousand, wait for a frame.
   listenerId_ = model_->addListener([this](Model::Field field) {
-    if (field == Model::Field::phase || field == Model::Field::canCancel) {
+    if (field == Model::Field::phase || field == Model::Field::canCancel ||
+        field == Model::Field::offer) {
       refresh();
     } else {
       scheduleRefresh();
@@ -142,7 +144,8 @@ void ContentView::refresh() {
   // The view itself holds the focus while no control has it: a screen reader announces it by
   // this name when an arrangement appears.
   if (accessibleName() != title) setAccessibleName(title);
-  if (arrangement_ == nullptr || shownPhase_ != model_->phase()) build(model_->phase());
+  if (arrangement_ == nullptr || shownPhase_ != model_->phase() || shownOffer_ != model_->offer())
+    build(model_->phase());
   if (status_) {
     const std::string& status = model_->status();
     const QString shown = QString::fromUtf8(
@@ -174,12 +177,17 @@ void ContentView::build(Model::Phase phase) {
   layout->setContentsMargins(0, 0, 0, 0);
   layout->setSpacing(kGap);
   shownPhase_ = phase;
+  shownOffer_ = model_->offer();
   switch (phase) {
     case Model::Phase::checking:
       buildChecking();
       break;
     case Model::Phase::ready:
-      buildReady();
+      if (shownOffer_ == Model::Offer::update) {
+        buildUpdate();
+      } else {
+        buildReady();
+      }
       break;
     case Model::Phase::working:
       buildWorking();
@@ -217,6 +225,27 @@ void ContentView::buildReady() {
   install->setMinimumWidth(install->sizeHint().width() + 16);
   connect(install, &QPushButton::clicked, this, [this] { model_->install(); });
   layout->addWidget(label(text("约 3—5 分钟，看网络。要一个 Claude 账号；不用另外填钥匙。"),
+                          style::systemFont(11), Role::tertiary, false, palette()));
+}
+
+void ContentView::buildUpdate() {
+  auto* layout = arrangement_->layout();
+  // Both versions, so the user knows what changes.
+  status_ = label({}, style::systemFont(12.5), Role::secondary, false, palette());
+  status_->setFixedWidth(kWidth - 2 * kMargin);
+  layout->addWidget(status_);
+  auto* update = pushButton(text("更新并打开"));
+  auto* row = buttonRow(update, true);
+  layout->addWidget(row);
+  update->setMinimumHeight(update->sizeHint().height() + 8);
+  update->setMinimumWidth(update->sizeHint().width() + 16);
+  connect(update, &QPushButton::clicked, this, [this] { model_->install(); });
+  // The way back to what the user has, quieter than the update: a flat button beside it.
+  auto* current = pushButton(text("先打开现在的版本"));
+  current->setFlat(true);
+  static_cast<QHBoxLayout*>(row->layout())->insertWidget(1, current, 0, Qt::AlignVCenter);
+  connect(current, &QPushButton::clicked, this, [this] { model_->startInstalled(); });
+  layout->addWidget(label(text("约 3—5 分钟，看网络。没更新完的话，现在的版本照样能用。"),
                           style::systemFont(11), Role::tertiary, false, palette()));
 }
 

@@ -15,8 +15,9 @@ namespace kestravine {
 class LogView;
 
 // The whole content of the launcher's window: a title, and below it one of four arrangements
-// chosen by the model's phase (checking; ready with the install offer; working with status, log
-// and cancel; failed with the failure, collapsible details and retry). Owns the Model and turns
+// chosen by the model's phase (checking; ready with the install offer, or the update offer with
+// both versions and a quieter way to start the installed one; working with status, log and
+// cancel; failed with the failure, collapsible details and retry). Owns the Model and turns
 // clicks into its operations. When it first appears it brings the window to the front, runs
 // check() and the model's automatic install (KESTRAVINE_LAUNCHER_AUTOSTART).
 //
@@ -49,6 +50,7 @@ class ContentView final : public QWidget {
   void build(Model::Phase phase);
   void buildChecking();
   void buildReady();
+  void buildUpdate();
   void buildWorking();
   void buildFailed();
   void setDetailsExpanded(bool expanded);
@@ -62,6 +64,7 @@ class ContentView final : public QWidget {
   QLabel* title_ = nullptr;
   QWidget* arrangement_ = nullptr;
   Model::Phase shownPhase_ = Model::Phase::checking;
+  Model::Offer shownOffer_ = Model::Offer::install;
   // Parts of the current arrangement that follow the model; null where absent.
   QPointer<QLabel> status_;
   QPointer<QLabel> failure_;

@@ -135,6 +135,71 @@ TEST_F(ContentViewTest, ArrangementsFollowThePhaseAndTheKeyboard) {
   }
 }
 
+// A newer version in the package: both versions named, the update as the large button and the
+// installed version beside it as a flat one, both within the window; keys as on the install
+// offer; a cancelled update comes back to the offer, from which the installed version starts.
+TEST_F(ContentViewTest, TheUpdateOfferNamesBothVersionsAndKeepsTheInstalledOneAtHand) {
+  writeFile(home() + "/app/package.json",
+            R"({"version": "0.1.0", "scripts": {"zorvel:up": "exec sleep 100"}})");
+  writeInstallScript("exec sleep 100");
+  view->show();
+  QPushButton* update = button("更新并打开");
+  ASSERT_NE(update, nullptr);
+  EXPECT_EQ(texts<QLabel>(),
+            (Texts{"这个安装包里有新版本的Varnholt", "这台电脑上是 0.1.0，这个安装包里是 2.0.1。",
+                   "约 3—5 分钟，看网络。没更新完的话，现在的版本照样能用。"}));
+  EXPECT_EQ(texts<QPushButton>(), (Texts{"更新并打开", "先打开现在的版本"}));
+  QPushButton* current = button("先打开现在的版本");
+  EXPECT_TRUE(current->isFlat());
+  EXPECT_FALSE(update->isFlat());
+  EXPECT_EQ(update->minimumSize(), update->sizeHint() + QSize(16, 8));
+  EXPECT_LE(current->mapTo(view.get(), QPoint(current->width(), 0)).x(), 420);
+  EXPECT_TRUE(markedProcesses().empty());
+
+  QApplication::setActiveWindow(view.get());
+  ASSERT_TRUE(waitFor([&] { return QApplication::activeWindow() == view.get(); }));
+  EXPECT_EQ(QApplication::focusWidget(), view.get());
+  QTest::keyClicks(view.get(), " \r");  // nothing has the focus: nothing is pressed
+  EXPECT_EQ(view->model().phase(), Phase::ready);
+  QTest::keyClick(view.get(), Qt::Key_Tab);
+  EXPECT_EQ(QApplication::focusWidget(), update);
+  QTest::keyClick(update, Qt::Key_Return);
+  ASSERT_NE(button("取消", false), nullptr);
+  QTest::keyClick(view.get(), Qt::Key_Escape);
+  ASSERT_NE(button("再试一次", false), nullptr);
+  QTest::keyClick(view.get(), Qt::Key_Return);
+  current = button("先打开现在的版本", false);
+  ASSERT_NE(current, nullptr);
+  EXPECT_EQ(texts<QLabel>()[1], "这台电脑上是 0.1.0，这个安装包里是 2.0.1。");
+  QTest::keyClick(view.get(), Qt::Key_Tab);
+  QTest::keyClick(view.get(), Qt::Key_Tab);
+  ASSERT_EQ(QApplication::focusWidget(), current);
+  QTest::keyClick(current, Qt::Key_Return);
+  EXPECT_EQ(view->model().headline(), "Varnholt已经在这台电脑上了");
+  EXPECT_EQ(view->model().phase(), Phase::working);
+  ASSERT_NE(button("取消", false), nullptr);
+
+  // Light and dark: every text of the offer stands out from the window by 4.5:1.
+  button("取消", false)->click();
+  QTest::keyClick(view.get(), Qt::Key_Return);
+  ASSERT_NE(button("先打开现在的版本", false), nullptr);
+  const QPalette light = QApplication::palette();
+  for (const auto& [text, window] : {std::pair{QColor(0xe8, 0xe8, 0xea), QColor(0x32, 0x32, 0x34)},
+                                     std::pair{QColor(Qt::black), QColor(0xef, 0xef, 0xef)}}) {
+    QPalette palette = light;
+    palette.setColor(QPalette::WindowText, text);
+    palette.setColor(QPalette::ButtonText, text);
+    palette.setColor(QPalette::Window, window);
+    QApplication::setPalette(palette);
+    QApplication::processEvents();
+    for (auto* l : shown<QLabel>()) {
+      EXPECT_GE(style::contrast(l->palette().color(QPalette::WindowText), window), 4.5)
+          << l->text().toStdString();
+    }
+  }
+  QApplication::setPalette(light);
+}
+
 TEST_F(ContentViewTest, WhileProbingThereIsNoCancelRowAndTheStatusKeepsToTwoLines) {
   showWithScript("for i in $(seq 200); do printf '状态 '; done; echo; exit 0")->click();
   // The view renders at its own pace after the model's change: wait for what it shows.
@@ -225,7 +290,7 @@ TEST_F(ContentViewTest, ThemeLayoutAccessibilityAndTheLog) {
 
 // Run with KESTRAVINE_LAUNCHER_AUTOSTART=1 (see CMakeLists.txt): the install starts 0.3 s after
 // the window appears, once, also after a click in the meantime, and never for an installed
-// product.
+// product unless it is an update on offer.
 using ContentViewAutostart = ContentViewTest;
 
 TEST_F(ContentViewAutostart, InstallsOnceAfterThreeTenthsOfASecond) {
@@ -249,6 +314,19 @@ TEST_F(ContentViewAutostart, InstallsOnceAfterThreeTenthsOfASecond) {
   const auto timers = platform().pendingMainTimers();
   view->show();
   EXPECT_EQ(platform().pendingMainTimers(), timers);
+
+  // An update on offer starts by itself as an install does.
+  fresh();
+  writeFile(home() + "/app/package.json", R"({"version": "0.1.0"})");
+  view = std::make_unique<ContentView>();
+  writeInstallScript("exec sleep 100");
+  view->show();
+  ASSERT_NE(button("更新并打开"), nullptr);
+  platform().advance(std::chrono::milliseconds(300));
+  EXPECT_EQ(view->model().phase(), Phase::working);
+  EXPECT_TRUE(eventually([] { return markedProcesses().size() == 1; }));
+  button("取消", false)->click();
+  EXPECT_TRUE(waitForNoMarkedProcess().empty());
 }
 
 }  // namespace
