@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Renders the launcher's arrangements into docs/screenshots/: the four of them, the failed one
-# with its details expanded, one in a dark palette and one at scale 2. Snapshot mode shows what
+# with its details expanded, one in a dark palette and one at scale 2, and the update offer. Snapshot mode shows what
 # it can; tools/render_view the rest (the checking arrangement, which only lasts until the check,
 # and what needs a click or a palette). Needs a build.
 set -euo pipefail
@@ -43,4 +43,11 @@ shoot working-scale-2 working env QT_SCALE_FACTOR=2 "$work/working/bin/kestravin
 shoot failed-details failed "$work/failed/bin/render_view" "$out/failed-details.png" --expand-details
 shoot failed-details-dark failed "$work/failed/bin/render_view" "$out/failed-details-dark.png" \
   --expand-details --dark
+# An installed 0.0.9 under the package's newer version: the update offer, at scale 2 and dark.
+mkdir -p "$work/older/app"
+echo '{"version": "0.0.9"}' >"$work/older/app/package.json"
+KESTRAVINE_HOME="$work/older" KESTRAVINE_LAUNCHER_SHOT="$out/update.png" build/bin/kestravine-launcher
+KESTRAVINE_HOME="$work/older" KESTRAVINE_LAUNCHER_SHOT="$out/update-scale-2.png" QT_SCALE_FACTOR=2 \
+  build/bin/kestravine-launcher
+KESTRAVINE_HOME="$work/older" build/bin/render_view "$out/update-dark.png" --dark
 ls -l "$out"

@@ -22,6 +22,7 @@ launcher, scratch = sys.argv[1], sys.argv[2]
 S = pyatspi  # the state constants
 WAIT_SECONDS = 60  # a generous bound, for a loaded machine
 HEADLINE = "Kestravine会装在这台电脑上"
+UPDATE_HEADLINE = "这个安装包里有新版本的Varnholt"
 FIRST_LINES = ["第一行：准备", "second line: unpacking 解包", "第三行"]
 ALL_LINES = FIRST_LINES + ["最后一行：出错了"]
 
@@ -115,14 +116,14 @@ def press(node):
         raise Failure(f"{node.name!r}: the press action was refused")
 
 
-def check_arrangement(window, mark):
+def check_arrangement(window, mark, headline=HEADLINE):
     """What every arrangement owes a screen reader: the focus on the view under the headline's
     name, announced since `mark`; every text and button named; nothing named left hidden in the
     tree (a screen reader that walks it would read it out)."""
     focused = [n for n in walk(window) if S.STATE_FOCUSED in states(n)]
-    if [n.name for n in focused] != [HEADLINE]:
+    if [n.name for n in focused] != [headline]:
         raise LookupError(f"focused: {[(n.getRoleName(), n.name) for n in focused]}")
-    if not any(e[3] == 1 for e in told("object:state-changed:focused", HEADLINE, mark)):
+    if not any(e[3] == 1 for e in told("object:state-changed:focused", headline, mark)):
         raise LookupError("no focus event under the headline's name")
     for node in walk(window):
         role, named = node.getRoleName(), bool(node.name)
@@ -166,19 +167,49 @@ def main():
         GLib.Variant("(ssv)", ("org.a11y.Status", "ScreenReaderEnabled", GLib.Variant("b", True))),
         None, Gio.DBusCallFlags.NONE, -1, None)
 
-    with open(os.path.join(scratch, "launcher.log"), "wb") as output:
-        child = subprocess.Popen([launcher], stdout=output, stderr=subprocess.STDOUT)
-    try:
-        walk_launcher(child)
-    finally:
-        # Its ending is not under test here (and a running install would hold it).
-        child.kill()
-        child.wait()
+    for walk_through, home in ((walk_launcher, os.environ["KESTRAVINE_HOME"]),
+                               (walk_update_offer, os.path.join(scratch, "older"))):
+        with open(os.path.join(scratch, "launcher.log"), "ab") as output:
+            child = subprocess.Popen([launcher], stdout=output, stderr=subprocess.STDOUT,
+                                     env=dict(os.environ, KESTRAVINE_HOME=home))
+        try:
+            walk_through(child)
+        finally:
+            # Its ending is not under test here (and a running install would hold it).
+            child.kill()
+            child.wait()
 
 
 def told(kind, name, since):
     """The events of this kind from the element of this name that came since `since`."""
     return [e for e in events[since:] if e[0] == kind and e[2] == name]
+
+
+def window_of(child):
+    desktop = pyatspi.Registry.getDesktop(0)
+    app = wait_for("the launcher on the accessibility bus", lambda: next(
+        (a for a in children(desktop) if a.get_process_id() == child.pid), None))
+    return wait_for("its window", lambda: next(
+        (w for w in children(app) if w.getRoleName() == "frame"), None), app)
+
+
+def walk_update_offer(child):
+    """A home holding an older version than the package's: the offer names both versions, and
+    both its buttons can be reached and pressed."""
+    mark = len(events)
+    window = window_of(child)
+    update = wait_for("the update offer", lambda: shown(window, "push button", "更新并打开"), window)
+    current = shown(window, "push button", "先打开现在的版本")
+    wait_for("the update offer's focus and names",
+             lambda: check_arrangement(window, mark, UPDATE_HEADLINE), window)
+    for button in (update, current):
+        check_states(button, [S.STATE_ENABLED, S.STATE_FOCUSABLE, S.STATE_SHOWING])
+        press_action = button.queryAction()
+        if [press_action.getName(i) for i in range(press_action.nActions)] != ["Press", "SetFocus"]:
+            raise Failure(f"{button.name!r} cannot be pressed")
+    shown(window, "label", "这台电脑上是 0.0.1，这个安装包里是 9.9.9。")
+    print(f"ok: update offer: focus on {UPDATE_HEADLINE!r}, the versions read out, "
+          "'更新并打开' and '先打开现在的版本' focusable and pressable")
 
 
 def walk_launcher(child):

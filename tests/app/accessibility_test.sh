@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # What a screen reader gets from the real launcher: on a private Xvfb and a private D-Bus session
 # with the accessibility bus (at-spi2-core), accessibility_test.py walks the launcher's tree in
-# the ready, working and failed arrangements and presses its buttons through AT-SPI.
+# the ready, working and failed arrangements and the update offer, and presses its buttons
+# through AT-SPI.
 #
 #   accessibility_test.sh <launcher> <scratch>
 set -euo pipefail
@@ -48,6 +49,10 @@ echo '最后一行：出错了'
 exit 3
 SCRIPT
 chmod +x "$custom/share/kestravine/install.sh"
+
+# A home holding an older version than the package's, for the update offer.
+mkdir -p "$tmp/older/app"
+echo '{"version": "0.0.1"}' >"$tmp/older/app/package.json"
 
 # The bus daemons' own messages go to a log; the walk's output and errors to ours.
 status=0
