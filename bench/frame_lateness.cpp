@@ -10,10 +10,10 @@
 #include <cstdio>
 #include <vector>
 
-#include "app/main_window.h"
-#include "app/snapshot.h"
-#include "app/qt_platform.h"
+#include "event_loop/qt_platform.h"
 #include "ui/content_view.h"
+#include "window/main_window.h"
+#include "window/snapshot.h"
 
 int main(int argc, char** argv) {
   QApplication app(argc, argv);

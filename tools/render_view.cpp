@@ -11,10 +11,10 @@
 #include <set>
 #include <string>
 
-#include "app/snapshot.h"
-#include "app/qt_platform.h"
+#include "event_loop/qt_platform.h"
 #include "ui/content_view.h"
 #include "ui/disclosure_button.h"
+#include "window/snapshot.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <filesystem>
 
 #include "env/ctx.h"
-#include "model/platform_words.h"
+#include "model/machine_words.h"
 #include "model/port_report.h"
 #include "model/version.h"
 #include "platform/platform.h"
@@ -148,14 +148,25 @@ void Model::startRun(const std::vector<std::string>& args, std::optional<std::st
   auto onRunExit = [weak = weak_from_this(), run = std::weak_ptr<Child>(child_),
                     onExit = std::move(onExit)](std::int32_t status) {
     auto self = weak.lock();
-    // A run that was cancelled (or replaced) no longer owns the model's child slot.
-    if (!self || run.expired() || run.lock() != self->child_) return;
-    self->child_.reset();
-    if (self->closed_) return self->finishClosing();
-    self->assign(Field::canCancel, self->canCancel_, false);
-    onExit(*self, status);
+    if (!self || !self->owns(run)) return;
+    if (self->finishRun()) onExit(*self, status);
   };
   child_->start(kBash, args, std::move(cwd), std::move(extraEnv), appender(), onRunExit);
+}
+
+bool Model::owns(const std::weak_ptr<Child>& run) const {
+  // A run that was cancelled (or replaced) no longer holds the child slot.
+  return !run.expired() && run.lock() == child_;
+}
+
+bool Model::finishRun() {
+  child_.reset();
+  if (closed_) {
+    finishClosing();
+    return false;
+  }
+  assign(Field::canCancel, canCancel_, false);
+  return true;
 }
 
 bool Model::isInstalled() {
@@ -165,7 +176,7 @@ bool Model::isInstalled() {
 void Model::check() {
   if (closed_) return;  // the window has gone: nothing more starts
   if (!isInstalled()) {
-    assign(Field::headline, headline_, platformTexts().headlineNotInstalled);
+    assign(Field::headline, headline_, machineTexts().headlineNotInstalled);
     assign(Field::phase, phase_, Phase::ready);
     return;
   }
@@ -176,7 +187,7 @@ bool Model::offerUpdate() {
   const auto installed = installedVersion(Ctx::kestravineHome());
   const auto bundled = bundledVersion(firstTarball(Ctx::resourceDir()));
   if (!installed || !bundled || *bundled <= *installed) return false;
-  const WordedTexts& texts = platformTexts();
+  const WordedTexts& texts = machineTexts();
   assign(Field::headline, headline_, texts.headlineUpdate);
   assign(Field::status, status_,
          texts.installedIs + installed->text() + texts.bundledIs + bundled->text() + "。");
@@ -187,7 +198,7 @@ bool Model::offerUpdate() {
 
 void Model::startInstalled() {
   if (closed_) return;
-  assign(Field::headline, headline_, platformTexts().headlineInstalled);
+  assign(Field::headline, headline_, machineTexts().headlineInstalled);
   // A program that is not the product holds the port: the services could not bind it, and the
   // probe would take that program's answers for the product's.
   if (refuse(portOwner())) return;
@@ -231,7 +242,7 @@ void Model::install() {
     append("找过的文件夹：" + dir);
     if (tarball.empty()) append("缺少：kestravine-<版本>.tar.gz");
     if (!scriptThere) append("缺少：install.sh");
-    assign(Field::failure, failure_, platformTexts().missingFiles);
+    assign(Field::failure, failure_, machineTexts().missingFiles);
     assign(Field::phase, phase_, Phase::failed);
     return;
   }
@@ -252,7 +263,7 @@ void Model::install() {
                self.openWhenReady(0);
              } else {
                self.fail(kInstallFailedBefore + std::to_string(status) +
-                         platformTexts().installFailedAfter);
+                         machineTexts().installFailedAfter);
              }
            });
 }
@@ -358,7 +369,7 @@ void Model::retry() {
   if (offerUpdate()) return;
   if (offer_ != Offer::install) assign(Field::offer, offer_, Offer::install);
   assign(Field::phase, phase_, Phase::ready);
-  assign(Field::headline, headline_, platformTexts().headlineNotInstalled);
+  assign(Field::headline, headline_, machineTexts().headlineNotInstalled);
 }
 
 }  // namespace kestravine

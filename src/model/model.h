@@ -19,6 +19,27 @@ struct PortOwner;
 // The launcher's observable state and the install flow that drives it: the pre-flight check and
 // service start, the install run, the readiness probe with open-and-quit, cancel and retry.
 //
+// Who moves the phase where (every other change keeps the phase):
+//
+//   from        by                                        to
+//   checking    check(): not installed                    ready (offer: install)
+//   checking    check(): a newer version in the package   ready (offer: update)
+//   checking    check() / startInstalled(): installed     working (service start), or failed
+//   ready                                                 when a stranger holds the port
+//   ready       install(): files there / missing          working (install) / failed
+//   working     a run's exit: service start, install 0    working (readiness probe)
+//   working     a run's exit: install not 0               failed
+//   working     the probe answers / gives up              the browser opens and the launcher
+//                                                         quits / failed
+//   working     cancel()                                  failed
+//   failed      retry()                                   ready (offer: update if the package
+//                                                         is newer than the installed, else
+//                                                         install)
+//
+// A run is a service start or an install: it holds the child slot and offers cancel from its
+// start until its exit (finishRun()) or a cancel. Once the window has closed, nothing further
+// is shown or started.
+//
 // Threading: main thread only, no lock. Every operation is called there, every child callback
 // and timer it schedules runs there, and listeners are notified there. Callbacks and timers
 // hold the model weakly (a retry of the probe holds it until it has run), so a model that is
@@ -114,6 +135,11 @@ class Model : public std::enable_shared_from_this<Model> {
   // The probe gives up: the reasons go into the details, then the failure.
   void failToComeUp();
   void finishClosing();
+  // Whether `run` is still the model's current run rather than one cancelled or replaced.
+  bool owns(const std::weak_ptr<Child>& run) const;
+  // A run has exited: the child slot empties and cancel is no longer offered. False once the
+  // window has closed, when nothing may follow.
+  bool finishRun();
 
   // Starts `child_` anew for a service start or an install; the exit handler runs only for
   // the run it belongs to, so a cancelled run's late exit changes nothing.

@@ -11,10 +11,10 @@
 #include "process/child_environment.h"
 #include "process/command_process.h"
 #include "process/line_delivery.h"
-#include "process/on_its_way.h"
 #include "process/output_reader.h"
 #include "process/pending_kills.h"
 #include "process/process_listing.h"
+#include "process/reports_in_flight.h"
 #include "system/spawn.h"
 #include "system/system_calls.h"
 
@@ -42,7 +42,7 @@ void Child::start(const std::string& program, const std::vector<std::string>& ar
   if (spawned.pid >= 0) {
     try {
       auto delivery = LineDelivery::create(onLine);
-      auto onItsWay = std::make_shared<OnItsWay>();
+      auto inFlight = std::make_shared<ReportsInFlight>();
       proc_->setPid(spawned.pid);
       // The reader first: it holds only the pipe and ends once the command is gone, so if the
       // watcher cannot be started either, killing and reaping the command here is all it takes.
@@ -50,11 +50,11 @@ void Child::start(const std::string& program, const std::vector<std::string>& ar
       // of reports on their way must drop with the last post to the main queue, never later on
       // this thread.
       system_calls::startThread([output = std::make_shared<UniqueFd>(std::move(spawned.output)),
-                                 delivery, onItsWay]() mutable {
-        readOutput(std::move(*output), std::move(delivery), std::move(onItsWay));
+                                 delivery, inFlight]() mutable {
+        readOutput(std::move(*output), std::move(delivery), std::move(inFlight));
       });
-      system_calls::startThread([proc = proc_, onExit, onItsWay = std::move(onItsWay)]() mutable {
-        CommandProcess::watchExit(std::move(proc), std::move(onExit), std::move(onItsWay));
+      system_calls::startThread([proc = proc_, onExit, inFlight = std::move(inFlight)]() mutable {
+        CommandProcess::watchExit(std::move(proc), std::move(onExit), std::move(inFlight));
       });
       std::lock_guard lock(lock_);
       runningFlag_ = true;
@@ -63,7 +63,7 @@ void Child::start(const std::string& program, const std::vector<std::string>& ar
       // No thread to be had: nobody could read the output or report the exit, so the command
       // must not run.
       error = refused.code().value();
-      ::kill(spawned.pid, SIGKILL);
+      system_calls::sendSignal(spawned.pid, SIGKILL);
       waitForExit(spawned.pid);
     }
   }
@@ -91,8 +91,8 @@ void Child::afterPendingKills(Task task) {
   PendingKills::instance().whenNone(std::move(task));
 }
 
-std::size_t Child::reportsOnTheirWay() {
-  return OnItsWay::count();
+std::size_t Child::reportsInFlight() {
+  return ReportsInFlight::count();
 }
 
 const StepMark& Child::mark() const {

@@ -67,13 +67,14 @@ class Child {
   // How many commands, of every Child, still have output or an exit report on the way to the
   // main queue. Once it is 0, everything they will deliver has been queued: for a caller that
   // must know that nothing more is coming (tests check what did not happen against it).
-  static std::size_t reportsOnTheirWay();
+  static std::size_t reportsInFlight();
 
   // The mark everything the command starts carries; a copy outlives the Child and still finds
   // what the command left running.
   const StepMark& mark() const;
 
-  // True from a successful launch on, also after the command has ended.
+  // The design's name, which means "was launched": true from a successful launch on, also
+  // after the command has ended.
   bool isRunning() const;
 
   // Every process descending from `root` according to "/bin/ps", `root` excluded, each once.

@@ -31,7 +31,7 @@ std::optional<std::vector<ProcessIdentity>> CommandProcess::terminate() {
       signalled.push_back(carrier);
   }
   if (reaped_) return signalled.empty() ? std::nullopt : std::optional(std::move(signalled));
-  ::kill(pid_, SIGTERM);
+  system_calls::sendSignal(pid_, SIGTERM);
   return signalled;
 }
 
@@ -50,7 +50,7 @@ void CommandProcess::kill(const std::vector<ProcessIdentity>& terminated) {
     }
     if (!more) break;
   }
-  if (!reaped_) ::kill(pid_, SIGKILL);
+  if (!reaped_) system_calls::sendSignal(pid_, SIGKILL);
 }
 
 std::vector<ProcessIdentity> CommandProcess::signalTree(int signal) const {
@@ -68,7 +68,7 @@ std::vector<ProcessIdentity> CommandProcess::signalTree(int signal) const {
 
 void CommandProcess::watchExit(std::shared_ptr<CommandProcess> self,
                                std::function<void(std::int32_t)> onExit,
-                               std::shared_ptr<OnItsWay> onItsWay) {
+                               std::shared_ptr<ReportsInFlight> inFlight) {
   // Wait without reaping first, then reap under the lock, so the pid stays ours until then.
   siginfo_t info{};
   system_calls::retryOnInterrupt(
@@ -80,7 +80,7 @@ void CommandProcess::watchExit(std::shared_ptr<CommandProcess> self,
     self->reaped_ = true;
   }
   platform().post(
-      [onExit = std::move(onExit), status, onItsWay = std::move(onItsWay)] { onExit(status); });
+      [onExit = std::move(onExit), status, inFlight = std::move(inFlight)] { onExit(status); });
 }
 
 }  // namespace kestravine

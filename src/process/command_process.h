@@ -9,8 +9,8 @@
 #include <optional>
 #include <vector>
 
-#include "process/on_its_way.h"
 #include "process/process_identity.h"
+#include "process/reports_in_flight.h"
 #include "process/step_mark.h"
 
 namespace kestravine {
@@ -46,10 +46,10 @@ class CommandProcess {
 
   // The exit watcher's thread: waits for the command's end, reaps it, and posts its status (exit
   // code, or the number of the ending signal) to `onExit` on the main queue, with its hold on
-  // `onItsWay`.
+  // `inFlight`.
   static void watchExit(std::shared_ptr<CommandProcess> self,
                         std::function<void(std::int32_t)> onExit,
-                        std::shared_ptr<OnItsWay> onItsWay);
+                        std::shared_ptr<ReportsInFlight> inFlight);
 
  private:
   // The command carries the mark too, but is signalled last and by its pid, which stays its own

@@ -17,7 +17,7 @@ constexpr std::size_t kChunkSize = 64 * 1024;
 }  // namespace
 
 void readOutput(UniqueFd pipe, std::shared_ptr<LineDelivery> delivery,
-                std::shared_ptr<OnItsWay> onItsWay) {
+                std::shared_ptr<ReportsInFlight> inFlight) {
   LineSplitter splitter;
   LineBatch lines;
   const LineSplitter::LineSink collect = [&lines](std::string_view line) {
@@ -34,7 +34,7 @@ void readOutput(UniqueFd pipe, std::shared_ptr<LineDelivery> delivery,
   }
   splitter.finish(collect);
   delivery->post(lines);
-  platform().post([onItsWay = std::move(onItsWay)] {});
+  platform().post([inFlight = std::move(inFlight)] {});
 }
 
 }  // namespace kestravine

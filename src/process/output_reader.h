@@ -3,7 +3,7 @@
 #include <memory>
 
 #include "process/line_delivery.h"
-#include "process/on_its_way.h"
+#include "process/reports_in_flight.h"
 #include "system/unique_fd.h"
 
 namespace kestravine {
@@ -11,8 +11,8 @@ namespace kestravine {
 // Reads a command's merged output from `pipe` until every holder of its write end has closed it,
 // turns it into lines (LineSplitter) and hands each read's lines to `delivery`. Blocks for the
 // life of the output; runs on a thread of its own and holds only what it is given. Its hold on
-// `onItsWay` goes to the main queue behind its last lines.
+// `inFlight` goes to the main queue behind its last lines.
 void readOutput(UniqueFd pipe, std::shared_ptr<LineDelivery> delivery,
-                std::shared_ptr<OnItsWay> onItsWay);
+                std::shared_ptr<ReportsInFlight> inFlight);
 
 }  // namespace kestravine

@@ -57,7 +57,7 @@ bool ProcessIdentity::signal(int signal) const {
   if (!pidfd && errno == ESRCH) return false;
   const auto now = of(pid);
   const bool same = now && now->startTime == startTime;
-  if (!pidfd) return same && ::kill(pid, signal) == 0;
+  if (!pidfd) return same && system_calls::sendSignal(pid, signal) == 0;
   return same && system_calls::pidfdSendSignal(pidfd.get(), signal) == 0;
 }
 

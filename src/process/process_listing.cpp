@@ -47,10 +47,8 @@ std::unordered_map<pid_t, pid_t> parse(std::string_view listing) {
 }
 
 std::vector<pid_t> descendants(const std::unordered_map<pid_t, pid_t>& parents, pid_t root) {
-  // Walking each process's parents up to the root, at most 200 steps, finds exactly the
-  // processes at depth 1 to 200 below the root. A breadth-first walk down from the root finds
-  // the same set in linear time; the root itself is never expanded again, so circles through
-  // it end there, and circles elsewhere are never entered from the root.
+  // Down from the root, one level per step: linear in the listing. The root is never expanded
+  // again, so a circle through it ends there, and one elsewhere is never entered.
   std::unordered_multimap<pid_t, pid_t> children;
   children.reserve(parents.size());
   for (const auto& [pid, ppid] : parents) {

@@ -74,6 +74,9 @@ bool connectsToLoopback(int port, int timeoutMs);
 // refuse.
 extern void (*startThread)(std::function<void()> task);
 
+// kill(2). Tests replace it to see which process is signalled.
+extern int (*sendSignal)(pid_t pid, int signal);
+
 // pidfd_open(2): a descriptor that keeps naming the process `pid` names now.
 extern int (*pidfdOpen)(pid_t pid);
 // pidfd_send_signal(2).

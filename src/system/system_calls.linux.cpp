@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <signal.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -37,6 +38,7 @@ void realStartThread(std::function<void()> task) {
 }  // namespace
 
 void (*startThread)(std::function<void()>) = realStartThread;
+int (*sendSignal)(pid_t, int) = ::kill;
 int (*pidfdOpen)(pid_t) = realPidfdOpen;
 int (*pidfdSendSignal)(int, int) = realPidfdSendSignal;
 
@@ -65,10 +67,8 @@ std::string readFile(const char* path) {
 std::optional<std::string> readSmallFile(const char* path, std::size_t limit) {
   const UniqueFd fd(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   struct stat info {};
-  if (!fd || ::fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode) ||
-      static_cast<std::uint64_t>(info.st_size) > limit)
-    return std::nullopt;
-  // At most one byte more than allowed: a file that grew since is refused, however large.
+  if (!fd || ::fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode)) return std::nullopt;
+  // At most one byte more than allowed, however large the file is or grows while read.
   std::string text(limit + 1, '\0');
   std::size_t filled = 0;
   while (filled < text.size()) {

@@ -8,7 +8,7 @@
 #include <QTextLayout>
 #include <QVBoxLayout>
 
-#include "model/platform_words.h"
+#include "model/machine_words.h"
 #include "platform/platform.h"
 #include "ui/accessibility.h"
 #include "ui/disclosure_button.h"
@@ -210,12 +210,12 @@ void ContentView::build(Model::Phase phase) {
 
 void ContentView::buildChecking() {
   arrangement_->layout()->addWidget(
-      label(text(platformTexts().checking.c_str()), font(), Role::secondary, false, palette()));
+      label(text(machineTexts().checking.c_str()), font(), Role::secondary, false, palette()));
 }
 
 void ContentView::buildReady() {
   auto* layout = arrangement_->layout();
-  layout->addWidget(label(text(platformTexts().description.c_str()), style::systemFont(12.5),
+  layout->addWidget(label(text(machineTexts().description.c_str()), style::systemFont(12.5),
                           Role::secondary, true, palette()));
   auto* install = pushButton(text("安装并打开"));
   layout->addWidget(buttonRow(install, true));

@@ -35,6 +35,7 @@ version, a file | file:///x.html --version | kestravine-launcher 0.
 desktops="
 nothing set     | no  |                                                  | 都没有设置
 a file given    | no  | -- /tmp/some.html                                | 都没有设置
+empty DISPLAY   | no  | DISPLAY= WAYLAND_DISPLAY=                        | 都没有设置
 X gone          | yes | DISPLAY=:0                                       | xcb：启动失败；DISPLAY=:0
 X gone, a list  | yes | QT_QPA_PLATFORM=wayland;xcb DISPLAY=:0           | xcb：启动失败；DISPLAY=:0
 no socket       | no  | WAYLAND_DISPLAY=wayland-none XDG_RUNTIME_DIR=$rt | =wayland-none

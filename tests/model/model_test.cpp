@@ -64,8 +64,6 @@ TEST_F(ModelTest, CheckOffersTheInstallWhichRunsTheScriptAndAFailureKeepsTheLast
   ASSERT_TRUE(runToEnd());
 }
 
-// The tarball is the "kestravine-*.tar.gz" that sorts first by code point after canonical
-// normalisation. Without one, or without the script, or without the folder, nothing starts.
 // A listener may remove itself and add another while it is told: the change holds from the next
 // notification on, and no listener is skipped or told twice.
 TEST_F(ModelTest, ListenersMayComeAndGoWhileBeingTold) {
@@ -82,6 +80,8 @@ TEST_F(ModelTest, ListenersMayComeAndGoWhileBeingTold) {
                                              "added", "second", "added"}));
 }
 
+// The tarball is the "kestravine-*.tar.gz" that sorts first by code point after canonical
+// normalisation. Without one, or without the script, or without the folder, nothing starts.
 TEST_F(ModelTest, InstallTakesTheTarballThatSortsFirstOrStartsNothing) {
   const std::tuple<std::vector<std::string>, bool, std::string> table[] = {
       {{"kestravine-1.9.tar.gz", "kestravine-1.10.tar.gz"}, true, "kestravine-1.10.tar.gz"},
@@ -207,10 +207,19 @@ TEST_F(ProbeTest, ProbesUntilTheApplicationAnswersThenOpensAndQuits) {
   close(proxy);
 }
 
-// The suites below run in processes of their own with the environment their CTest entries set
-// (see CMakeLists.txt): the environment snapshot is taken once per process.
+// A window closed while the probe pauses between two attempts starts no further attempt.
+TEST_F(ProbeTest, AWindowClosedBetweenAttemptsEndsTheProbe) {
+  start(true, "exit 0");
+  ASSERT_TRUE(platform().runUntil(
+      [&] { return server::requests() == 1 && platform().pendingMainTimers() > 0; }));
+  bool done = false;
+  model->close([&] { done = true; });
+  platform().advance(std::chrono::seconds(2));
+  settle();
+  EXPECT_EQ(server::requests(), 1);
+  EXPECT_TRUE(done);
+}
 
-// KESTRAVINE_HOME empty, ZORVEL_PORT_OFFSET "abc", KESTRAVINE_SKIP_ATTEST set.
 // With no browser that could be asked (no opener, or none could be started), the window stays
 // and gives the address to open by hand rather than quitting as after a success.
 TEST_F(ProbeTest, WithNoBrowserToAskTheWindowGivesTheAddressInstead) {
@@ -228,6 +237,10 @@ TEST_F(ProbeTest, WithNoBrowserToAskTheWindowGivesTheAddressInstead) {
   EXPECT_EQ(quits(), 0);
 }
 
+// The suites below run in processes of their own with the environment their CTest entries set
+// (see CMakeLists.txt): the environment snapshot is taken once per process.
+
+// KESTRAVINE_HOME empty, ZORVEL_PORT_OFFSET "abc", KESTRAVINE_SKIP_ATTEST set.
 using ModelEnvOddValues = ModelTest;
 
 TEST_F(ModelEnvOddValues, ValuesPassAsSetAndTheProbeOfTheBasePortGivesUp) {

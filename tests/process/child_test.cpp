@@ -12,6 +12,7 @@
 #include <system_error>
 
 #include "env/ctx.h"
+#include "process/process_identity.h"
 #include "support/processes.h"
 #include "support/test_platform.h"
 #include "system/system_calls.h"
@@ -277,6 +278,46 @@ std::ptrdiff_t descriptorsAndThreads() {
   for (const char* dir : {"/proc/self/fd", "/proc/self/task"})
     count += std::distance(std::filesystem::directory_iterator(dir), {});
   return count;
+}
+
+// Which process the cancel signals by pid, seen through the seam: the command itself, once it
+// has been reaped, never (its pid may already be another process's), and a process whose
+// start time no longer matches its pid never either.
+std::vector<std::pair<pid_t, int>> signalsSent;
+int recordSignal(pid_t pid, int signal) {
+  signalsSent.emplace_back(pid, signal);
+  return ::kill(pid, signal);
+}
+
+TEST(ChildCancel, TheKillFollowUpNeverSignalsAReapedCommandOrAStranger) {
+  signalsSent.clear();
+  const auto real = system_calls::sendSignal;
+  system_calls::sendSignal = recordSignal;
+  // The command ends on SIGTERM and is reaped before the follow-up is due.
+  Command run("/bin/sleep", {"100"});
+  run.child->cancel();
+  ASSERT_EQ(signalsSent.size(), 1u);
+  const pid_t command = signalsSent[0].first;
+  EXPECT_EQ(signalsSent[0].second, SIGTERM);
+  ASSERT_TRUE(run.waitFor());
+  bool killed = false;
+  Child::afterPendingKills([&] { killed = true; });
+  platform().advance(std::chrono::seconds(10));
+  ASSERT_TRUE(platform().runUntil([&] { return killed; }));
+  EXPECT_THAT(signalsSent, ElementsAre(std::pair(command, SIGTERM)));
+
+  // A process known by an earlier start time is not the process that has its pid now.
+  ProcessIdentity self = *ProcessIdentity::of(::getpid());
+  self.startTime += 1;
+  const auto realPidfdOpen = system_calls::pidfdOpen;
+  system_calls::pidfdOpen = [](pid_t) {  // the path without pidfds, through kill
+    errno = ENOSYS;
+    return -1;
+  };
+  EXPECT_FALSE(self.signal(0));
+  system_calls::pidfdOpen = realPidfdOpen;
+  system_calls::sendSignal = real;
+  EXPECT_THAT(signalsSent, ElementsAre(std::pair(command, SIGTERM)));
 }
 
 // Cancelling trees again and again, the Child dropped at once as the model does, leaves no

@@ -99,7 +99,7 @@ class ModelTest : public ::testing::Test {
   // Runs the main queue until every command's output and exit report have arrived, but for
   // `running` commands still under way: what a check of what did not happen must wait for.
   static void settle(std::size_t running = 0) {
-    ASSERT_TRUE(platform().runUntil([&] { return Child::reportsOnTheirWay() <= running; }));
+    ASSERT_TRUE(platform().runUntil([&] { return Child::reportsInFlight() <= running; }));
     platform().runUntil([] { return true; });  // what the last of them queued
   }
   int quits() const { return platform().quitCount() - quitsBefore_; }

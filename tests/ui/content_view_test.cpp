@@ -213,41 +213,69 @@ TEST_F(ContentViewTest, WhileProbingThereIsNoCancelRowAndTheStatusKeepsToTwoLine
   EXPECT_EQ(status.count('\n'), 1);
 }
 
-// The look: a theme change recolours every text and the log's indicator, and every text stands
-// out from its background by 4.5:1 in a light and a dark theme; the details open on their last
-// line, and their box keeps its 130 and its 12 to the retry row even when that is taller than
-// the window; screen readers see the buttons, the texts, the toggle's expanded state (never a
-// checked one) and the log's whole text; the log scrolls by key and copies all its lines.
-TEST_F(ContentViewTest, ThemeLayoutAccessibilityAndTheLog) {
+// A failed install of 30 lines, its details expanded: the log, once every line has arrived.
+class FailedWithDetails : public ContentViewTest {
+ protected:
+  void SetUp() override {
+    ContentViewTest::SetUp();
+    showWithScript("seq 30; exit 3")->click();
+    ASSERT_NE(button("再试一次"), nullptr);
+    // Lines may still arrive after the exit: wait for all of them, so that the expanded log
+    // shows them at once.
+    ASSERT_TRUE(waitFor([&] { return view->model().lines().size() == 30; }));
+    toggle()->click();
+    ASSERT_TRUE(waitFor([&] { return shown<LogView>().size() == 1; }));
+    log = shown<LogView>()[0];
+    QApplication::processEvents();
+  }
+  LogView* log = nullptr;
+};
+
+// The lines "1" to "30" of the failed install, as one text.
+QString allLines() {
+  QString all;
+  for (int i = 1; i <= 30; ++i) all += QString::number(i) + (i < 30 ? "\n" : "");
+  return all;
+}
+
+QString accessibleName(QObject* o) {
+  return QAccessible::queryAccessibleInterface(o)->text(QAccessible::Name);
+}
+
+// Screen readers see the toggle as an expandable button, expanded by their press (never a
+// checked one), and the log's whole text under its name.
+TEST_F(ContentViewTest, ScreenReadersSeeTheButtonsTheTextsAndTheTogglesState) {
   showWithScript("seq 30; exit 3")->click();
   ASSERT_NE(button("再试一次"), nullptr);
-  // Lines may still arrive after the exit: wait for all of them, so that the expanded log
-  // below shows them at once.
   ASSERT_TRUE(waitFor([&] { return view->model().lines().size() == 30; }));
-  auto name = [](QObject* o) {
-    return QAccessible::queryAccessibleInterface(o)->text(QAccessible::Name);
-  };
   auto* details = QAccessible::queryAccessibleInterface(toggle());
   EXPECT_EQ(details->role(), QAccessible::Button);
-  EXPECT_EQ(name(toggle()), "详情");
+  EXPECT_EQ(accessibleName(toggle()), "详情");
   EXPECT_TRUE(details->state().expandable && details->state().collapsed);
   details->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
   EXPECT_TRUE(details->state().expanded && !details->state().checkable);
   ASSERT_TRUE(waitFor([&] { return shown<LogView>().size() == 1; }));
   LogView* log = shown<LogView>()[0];
-  QString all;
-  for (int i = 1; i <= 30; ++i) all += QString::number(i) + (i < 30 ? "\n" : "");
   auto* text = QAccessible::queryAccessibleInterface(log)->textInterface();
   ASSERT_NE(text, nullptr);
-  EXPECT_EQ(text->text(0, text->characterCount()), all);
-  EXPECT_EQ(name(log), "日志");
-  EXPECT_EQ(name(button("再试一次")), "再试一次");
-  EXPECT_TRUE(name(shown<QLabel>()[1]).startsWith("没能装完（退出码 3）"));
+  EXPECT_EQ(text->text(0, text->characterCount()), allLines());
+  EXPECT_EQ(accessibleName(log), "日志");
+  EXPECT_EQ(accessibleName(button("再试一次")), "再试一次");
+  EXPECT_TRUE(accessibleName(shown<QLabel>()[1]).startsWith("没能装完（退出码 3）"));
+}
 
-  QApplication::processEvents();
+// The details open on their last line, 130 high, 12 above the retry row.
+TEST_F(FailedWithDetails, DetailsOpenOnTheirLastLineAndKeepTheirPlace) {
   EXPECT_EQ(log->height(), 130);
   EXPECT_GT(log->endPosition(), 0);
   EXPECT_EQ(log->scrollBar()->value(), log->endPosition());  // the last line in view
+  EXPECT_EQ(button("再试一次")->parentWidget()->mapTo(view.get(), QPoint()).y() -
+                log->mapTo(view.get(), QPoint(0, log->height())).y(),
+            12);
+}
+
+// The log scrolls by Home, Page Down and the arrows, and copies every line.
+TEST_F(FailedWithDetails, TheLogScrollsByKeyAndCopiesEveryLine) {
   log->setFocus();
   for (auto [key, position] : {std::pair{Qt::Key_Home, 0},
                                {Qt::Key_PageDown, log->height()},
@@ -256,11 +284,12 @@ TEST_F(ContentViewTest, ThemeLayoutAccessibilityAndTheLog) {
     EXPECT_EQ(log->scrollBar()->value(), position) << key;
   }
   QTest::keySequence(log, QKeySequence::Copy);
-  EXPECT_EQ(QGuiApplication::clipboard()->text(), all + "\n");
-  EXPECT_EQ(button("再试一次")->parentWidget()->mapTo(view.get(), QPoint()).y() -
-                log->mapTo(view.get(), QPoint(0, log->height())).y(),
-            12);
+  EXPECT_EQ(QGuiApplication::clipboard()->text(), allLines() + "\n");
+}
 
+// A theme change recolours every text and the log's indicator, and every text stands out from
+// its background by 4.5:1 in a light and a dark theme.
+TEST_F(FailedWithDetails, EveryTextStandsOutInLightAndDarkThemes) {
   const QPalette light = QApplication::palette();
   // Dark: a dark window and base under light text; light: the reverse; and a grey text that
   // leaves the weaker levels no room at all.

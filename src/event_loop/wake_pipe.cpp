@@ -1,4 +1,4 @@
-#include "app/wake_pipe.h"
+#include "event_loop/wake_pipe.h"
 
 #include <poll.h>
 

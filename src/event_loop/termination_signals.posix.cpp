@@ -1,6 +1,6 @@
-#include "app/termination_signals.h"
+#include "event_loop/termination_signals.h"
 
-#include "app/wake_pipe.h"
+#include "event_loop/wake_pipe.h"
 
 #include <signal.h>
 #include <unistd.h>

@@ -1,4 +1,4 @@
-#include "model/platform_words.h"
+#include "model/machine_words.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@ namespace {
 
 // The original platform's texts stand exactly as the product has always shown them; other
 // desktops name a computer, an installation package and opening it, and nothing else changes.
-TEST(PlatformWords, MakeEachPlatformsTexts) {
+TEST(MachineWords, MakeEachPlatformsTexts) {
   const std::pair<WordedTexts, WordedTexts> table[] = {
       {wordedTexts(kMacWords),
        {"Varnholt已经在这台 Mac 上了", "Kestravine会装在这台 Mac 上",

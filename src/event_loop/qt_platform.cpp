@@ -1,4 +1,4 @@
-#include "app/qt_platform.h"
+#include "event_loop/qt_platform.h"
 
 #include <QCoreApplication>
 #include <QDesktopServices>

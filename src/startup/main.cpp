@@ -13,25 +13,25 @@
 #include <string>
 #include <string_view>
 
-#include "app/command_line.h"
-#include "app/display_guard.h"
-#include "app/main_window.h"
-#include "app/qt_platform.h"
-#include "app/single_instance.h"
-#include "app/snapshot.h"
-#include "app/termination_signals.h"
-#include "app/toolkit_messages.h"
-#include "app/toolkit_thread.h"
-#include "app/window_icon.h"
 #include "env/ctx.h"
+#include "event_loop/qt_platform.h"
+#include "event_loop/termination_signals.h"
+#include "startup/command_line.h"
+#include "startup/display_guard.h"
+#include "startup/single_instance.h"
+#include "startup/toolkit_messages.h"
+#include "startup/toolkit_thread.h"
 #include "system/system_calls.h"
 #include "ui/content_view.h"
+#include "window/main_window.h"
+#include "window/snapshot.h"
+#include "window/window_icon.h"
 
 namespace {
 
-// The platform asked for on the command line (Qt takes "-platform" and "--platform") or else
-// in QT_QPA_PLATFORM; empty when Qt is left to choose.
-std::string forcedPlatform(int argc, char** argv) {
+// The display plugin asked for on the command line (Qt takes "-platform" and "--platform") or
+// else in QT_QPA_PLATFORM; empty when Qt is left to choose.
+std::string forcedPlugin(int argc, char** argv) {
   for (int i = 1; i + 1 < argc; ++i) {
     const std::string_view arg = argv[i];
     if (arg == "-platform" || arg == "--platform") return argv[i + 1];
@@ -54,7 +54,7 @@ int main(int argc, char** argv) {
   if (const std::optional<int> status = kestravine::answerCommandLine(argc, argv)) {
     return *status;
   }
-  const std::string forced = forcedPlatform(argc, argv);
+  const std::string forced = forcedPlugin(argc, argv);
   if (!hasDisplay(forced)) {
     std::fputs(
         "kestravine-launcher：找不到可以显示窗口的桌面（DISPLAY、WAYLAND_DISPLAY 和 "
@@ -91,7 +91,7 @@ int main(int argc, char** argv) {
     instance.leave();
     std::_Exit(0);  // back in Qt, the lost display would end the process with 1
   });
-  // Until the window exists: the platform fails either when the application connects or, for
+  // Until the window exists: the display plugin fails either when the application connects or, for
   // some, when the first window is created.
   std::optional<kestravine::DisplayGuard> guard(std::in_place, forced);
   QApplication app(argc, argv);

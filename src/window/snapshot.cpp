@@ -1,4 +1,4 @@
-#include "app/snapshot.h"
+#include "window/snapshot.h"
 
 #include <QBuffer>
 #include <QCoreApplication>

@@ -1,4 +1,4 @@
-#include "app/main_window.h"
+#include "window/main_window.h"
 
 #include <QCloseEvent>
 #include <QCoreApplication>
@@ -6,9 +6,9 @@
 #include <QScreen>
 #include <QVBoxLayout>
 
-#include "app/window_placement.h"
 #include "platform/platform.h"
 #include "ui/content_view.h"
+#include "window/window_placement.h"
 
 namespace kestravine {
 

@@ -1,4 +1,4 @@
-#include "app/toolkit_messages.h"
+#include "startup/toolkit_messages.h"
 
 #include <unistd.h>
 

@@ -5,7 +5,7 @@
 #include <map>
 #include <utility>
 
-#include "app/wake_pipe.h"
+#include "event_loop/wake_pipe.h"
 #include "platform/main_queue.h"
 #include "platform/platform.h"
 

@@ -1,4 +1,4 @@
-#include "app/window_icon.h"
+#include "window/window_icon.h"
 
 #include <QGuiApplication>
 #include <QImage>

@@ -11,20 +11,20 @@ namespace kestravine {
 // sets a Latin word apart with spaces, so the words come with what they join.
 //
 // Threading: constants and a pure function; any thread.
-struct PlatformWords {
+struct MachineWords {
   std::string_view thisMachine;    // ending a sentence
   std::string_view onThisMachine;  // "on this machine", going on in Chinese
   std::string_view inThePackage;
   std::string_view openIt;
 };
 
-inline constexpr PlatformWords kMacWords{"这台 Mac", "这台 Mac 上", "这个 dmg 里", "双击它"};
-inline constexpr PlatformWords kComputerWords{"这台电脑", "这台电脑上", "这个安装包里", "打开它"};
+inline constexpr MachineWords kMacWords{"这台 Mac", "这台 Mac 上", "这个 dmg 里", "双击它"};
+inline constexpr MachineWords kComputerWords{"这台电脑", "这台电脑上", "这个安装包里", "打开它"};
 
 #ifdef __APPLE__
-inline constexpr const PlatformWords& kPlatformWords = kMacWords;
+inline constexpr const MachineWords& kMachineWords = kMacWords;
 #else
-inline constexpr const PlatformWords& kPlatformWords = kComputerWords;
+inline constexpr const MachineWords& kMachineWords = kComputerWords;
 #endif
 
 // The texts that hold those words.
@@ -42,8 +42,8 @@ struct WordedTexts {
   std::string bundledIs;
 };
 
-WordedTexts wordedTexts(const PlatformWords& words);
+WordedTexts wordedTexts(const MachineWords& words);
 // This build's, made once.
-const WordedTexts& platformTexts();
+const WordedTexts& machineTexts();
 
 }  // namespace kestravine

@@ -1,8 +1,8 @@
-#include "model/platform_words.h"
+#include "model/machine_words.h"
 
 namespace kestravine {
 
-WordedTexts wordedTexts(const PlatformWords& words) {
+WordedTexts wordedTexts(const MachineWords& words) {
   const std::string on(words.onThisMachine);
   return {
       "Varnholt已经在" + on + "了",
@@ -17,8 +17,8 @@ WordedTexts wordedTexts(const PlatformWords& words) {
   };
 }
 
-const WordedTexts& platformTexts() {
-  static const WordedTexts texts = wordedTexts(kPlatformWords);
+const WordedTexts& machineTexts() {
+  static const WordedTexts texts = wordedTexts(kMachineWords);
   return texts;
 }
 

@@ -1,4 +1,4 @@
-#include "app/display_guard.h"
+#include "startup/display_guard.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -19,7 +19,7 @@ namespace kestravine {
 namespace {
 
 struct Attempt {
-  std::string platform;
+  std::string plugin;
   bool found;  // false: Qt has no plugin of that name
 };
 
@@ -28,7 +28,7 @@ struct Guarded {
   UniqueFd stderrCopy;  // the real stderr, while fd 2 is the holding file
   UniqueFd held;
   std::vector<Attempt> attempts;
-  std::string forcedPlatform;
+  std::string forcedPlugin;
 };
 
 Guarded* guarded = nullptr;
@@ -48,7 +48,7 @@ std::string described(const char* name) {
   return std::string(name) + "=" + oneLine(value);
 }
 
-// Qt reports each platform it gave up on under qt.qpa.plugin, the name in quotes:
+// Qt reports each display plugin it gave up on under qt.qpa.plugin, the name in quotes:
 // 'Could not find the Qt platform plugin "x" in ""' when it has no such plugin,
 // 'Could not load the Qt platform plugin "x" ... even though it was found.' when it failed.
 void noteAttempt(const QString& message) {
@@ -66,13 +66,13 @@ void noteAttempt(const QString& message) {
   std::string tried;
   for (const Attempt& attempt : guarded->attempts) {
     tried += tried.empty() ? "试过 Qt 平台 " : "，";
-    tried += oneLine(attempt.platform) + (attempt.found ? "：启动失败" : "：没有这个平台");
+    tried += oneLine(attempt.plugin) + (attempt.found ? "：启动失败" : "：没有这个平台");
   }
   if (tried.empty()) {
-    // Failed after a platform was chosen, or Qt's messages were filtered away.
-    std::string platform = guarded->forcedPlatform;
-    if (qGuiApp != nullptr) platform = QGuiApplication::platformName().toStdString();
-    if (!platform.empty()) tried = "试过 Qt 平台 " + oneLine(platform);
+    // Failed after a plugin was chosen, or Qt's messages were filtered away.
+    std::string plugin = guarded->forcedPlugin;
+    if (qGuiApp != nullptr) plugin = QGuiApplication::platformName().toStdString();
+    if (!plugin.empty()) tried = "试过 Qt 平台 " + oneLine(plugin);
   }
   if (!tried.empty()) tried += "；";
   const std::string line = "kestravine-launcher：连不上可以显示窗口的桌面（" + tried +
@@ -92,9 +92,9 @@ void onMessage(QtMsgType type, const QMessageLogContext& context, const QString&
 
 }  // namespace
 
-DisplayGuard::DisplayGuard(std::string forcedPlatform) {
+DisplayGuard::DisplayGuard(std::string forcedPlugin) {
   guarded = new Guarded;
-  guarded->forcedPlatform = std::move(forcedPlatform);
+  guarded->forcedPlugin = std::move(forcedPlugin);
   // A file rather than a pipe: nothing written during start-up can block on a full buffer.
   guarded->held = system_calls::makeMemoryFile("kestravine-held-stderr");
   if (guarded->held) {

@@ -1,4 +1,4 @@
-#include "app/toolkit_thread.h"
+#include "startup/toolkit_thread.h"
 
 #include <QString>
 #include <QThreadPool>
