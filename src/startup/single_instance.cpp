@@ -35,6 +35,9 @@ constexpr int kTries = 50;
 constexpr std::size_t kMaxTokenBytes = 4096;
 
 constexpr const char* kGuardFolder = "kestravine-launcher";
+// The first launcher's answers (see the header's table).
+constexpr std::string_view kShown = "shown\n";
+constexpr std::string_view kFinishing = "finishing\n";
 
 // The folder `name` in `parent`, made if missing (with `mode`), opened without following a link
 // and checked through its descriptor: the user's own, and writable by nobody else (with
@@ -142,8 +145,8 @@ std::optional<SingleInstance::Answer> askFirst(const std::string& path) {
     if (n <= 0) break;
     reply.append(buffer, static_cast<std::size_t>(n));
   }
-  if (reply.starts_with("finishing\n")) return SingleInstance::Answer::finishing;
-  if (reply.starts_with("shown\n")) return SingleInstance::Answer::shown;
+  if (reply.starts_with(kFinishing)) return SingleInstance::Answer::finishing;
+  if (reply.starts_with(kShown)) return SingleInstance::Answer::shown;
   return SingleInstance::Answer::unknown;
 }
 
@@ -222,7 +225,7 @@ void SingleInstance::serve(std::function<bool(const QString& token)> onLaunch) {
           if (end == std::string::npos && n > 0 && request->size() <= kMaxTokenBytes) return;
           if (end != std::string::npos) {
             const bool finishing = onLaunch(QString::fromStdString(request->substr(0, end)));
-            const std::string_view answer = finishing ? "finishing\n" : "shown\n";
+            const std::string_view answer = finishing ? kFinishing : kShown;
             (void)!::send(fd, answer.data(), answer.size(), MSG_NOSIGNAL);
           }
           reading->setEnabled(false);

@@ -22,6 +22,14 @@ namespace kestravine {
 // finds the lock taken, hands the activation token its desktop gave it (XDG_ACTIVATION_TOKEN) to
 // the first, and learns whether that one brought its window forward or is finishing without one.
 //
+// The wire, one exchange per later launch over the socket:
+//
+//   later launcher -> first   <XDG_ACTIVATION_TOKEN, or nothing>\n   at most 4 KiB
+//   first -> later launcher   shown\n       the window came forward
+//                             finishing\n   the window is closed; a command still runs
+//   (no answer within 3 s, or anything else)   the later launcher says the first does not
+//                                              answer, and ends with 1
+//
 // Threading: GUI thread only. The descriptors are close-on-exec and never reach a child.
 class SingleInstance {
  public:

@@ -63,21 +63,20 @@ class ContentViewTest : public ModelTest {
   std::unique_ptr<ContentView> view = std::make_unique<ContentView>();
 };
 
-// The arrangements, their texts and buttons, and the details that start collapsed each time.
-// Keyboard: no button has the focus when an arrangement appears (Space and Return do nothing),
-// but the view, named by the headline; Tab reaches every button and the log, a focused button is
-// drawn with a mark, Return presses the focused button, Escape cancels, retry is the default
-// button. A double click on the install starts one script.
-TEST_F(ContentViewTest, ArrangementsFollowThePhaseAndTheKeyboard) {
-  EXPECT_EQ(texts<QLabel>(), (Texts{"Kestravine", "看一眼这台电脑。"}));
-  EXPECT_EQ(view->size(), QSize(440, 320));
-  QPushButton* install = showWithScript("printf '<b>x</b>\\n'; exec sleep 100");
-  ASSERT_NE(install, nullptr);
-  QApplication::setActiveWindow(view.get());
-  ASSERT_TRUE(waitFor([&] { return QApplication::activeWindow() == view.get(); }));
-  // Unless `unfocused` is false: no button has the focus, so Space and Return trigger nothing.
-  // Then Tab reaches exactly `stops`.
-  auto expectKeys = [&](std::set<QWidget*> stops, bool unfocused = true) {
+// The install offer shown in an active window, with a script that prints a line with markup
+// and waits.
+class Arrangements : public ContentViewTest {
+ protected:
+  void SetUp() override {
+    ContentViewTest::SetUp();
+    install = showWithScript("printf '<b>x</b>\\n'; exec sleep 100");
+    ASSERT_NE(install, nullptr);
+    QApplication::setActiveWindow(view.get());
+    ASSERT_TRUE(waitFor([&] { return QApplication::activeWindow() == view.get(); }));
+  }
+  // Unless `unfocused` is false: no button has the focus but the view, named by the headline,
+  // so Space and Return trigger nothing. Then Tab reaches exactly `stops`.
+  void expectKeys(std::set<QWidget*> stops, bool unfocused = true) {
     if (unfocused) EXPECT_EQ(QApplication::focusWidget(), view.get());
     EXPECT_EQ(view->accessibleName(), ContentView::titleFor(view->model().headline()));
     if (unfocused) QTest::keyClicks(view.get(), " \r");  // Space, Return
@@ -87,52 +86,111 @@ TEST_F(ContentViewTest, ArrangementsFollowThePhaseAndTheKeyboard) {
       reached.insert(QApplication::focusWidget());
     }
     EXPECT_EQ(reached, stops);
-  };
+  }
+  // Clicks the install and waits for the working arrangement with the script's line.
+  void startInstall() {
+    install->click();
+    ASSERT_TRUE(
+        waitFor([&] { return texts<QLabel>().size() == 2 && texts<QLabel>()[1] == "<b>x</b>"; }));
+  }
+  QPushButton* install = nullptr;
+};
+
+TEST_F(ContentViewTest, TheCheckingArrangementFillsTheWindowsFixedSize) {
+  EXPECT_EQ(texts<QLabel>(), (Texts{"Kestravine", "看一眼这台电脑。"}));
+  EXPECT_EQ(view->size(), QSize(440, 320));
+}
+
+// The offer: its texts, one large button (what the button needs in the font it is drawn in,
+// and 16 by 8 more), and no automatic start unless the switch is exactly "1".
+TEST_F(Arrangements, TheInstallOfferShowsItsTextsAndOneLargeButton) {
   EXPECT_EQ(texts<QLabel>(), (Texts{"Kestravine会装在这台电脑上",
                                     "数据只在这台电脑上，不上传。装好以后打开它就能进Varnholt。",
                                     "约 3—5 分钟，看网络。要一个 Claude 账号；不用另外填钥匙。"}));
   EXPECT_EQ(texts<QPushButton>(), (Texts{"安装并打开"}));
-  // The large control: what the button needs in the font it is drawn in, and 16 by 8 more.
   EXPECT_EQ(install->minimumSize(), install->sizeHint() + QSize(16, 8));
-  expectKeys({install});
   platform().advance(std::chrono::milliseconds(300));  // autostart is set, but not to "1"
-  ASSERT_EQ(view->model().phase(), Phase::ready);      // and the install button still there
+  EXPECT_EQ(view->model().phase(), Phase::ready);
+}
+
+// When an arrangement appears no button has the focus (Space and Return do nothing); Tab
+// reaches every button, and in the working arrangement the log too.
+TEST_F(Arrangements, NoButtonHasTheFocusWhenAnArrangementAppearsAndTabReachesEach) {
+  expectKeys({install});
+  ASSERT_EQ(view->model().phase(), Phase::ready);  // Space and Return pressed nothing
+  install->click();
+  ASSERT_NE(button("取消"), nullptr);
+  ASSERT_TRUE(waitFor([&] { return shown<LogView>().size() == 1; }));
+  expectKeys({button("取消"), shown<LogView>()[0]});
+  EXPECT_TRUE(view->model().canCancel());
+  QTest::keyClick(view.get(), Qt::Key_Escape);
+  ASSERT_NE(button("再试一次", false), nullptr);
+  ASSERT_NE(toggle(), nullptr);
+  expectKeys({button("再试一次"), toggle()}, false);
+}
+
+TEST_F(Arrangements, AFocusedButtonIsDrawnWithAMark) {
+  install->setFocus();
   const QImage focused = install->grab().toImage();
   view->setFocus();
   EXPECT_NE(install->grab().toImage(), focused);
+}
 
-  for (bool first : {true, false}) {
-    // First a double click: both clicks reach the window before the launcher has done anything
-    // with the first, and the second must meet the working arrangement, not start a second script.
-    QPushButton* offer = button("安装并打开", false);
-    const QPoint at = offer->mapTo(view.get(), offer->rect().center());
-    first ? QTest::mouseDClick(view->windowHandle(), Qt::LeftButton, {}, at) : offer->click();
-    if (first) EXPECT_TRUE(eventually([] { return markedProcesses().size() == 1; }));
-    ASSERT_TRUE(
-        waitFor([&] { return texts<QLabel>().size() == 2 && texts<QLabel>()[1] == "<b>x</b>"; }));
-    for (auto* l : shown<QLabel>()) EXPECT_EQ(l->textFormat(), Qt::PlainText);
-    EXPECT_EQ(shown<LogView>().size(), 1);
-    EXPECT_EQ(texts<QPushButton>(), (Texts{"取消"}));
-    expectKeys({button("取消"), shown<LogView>()[0]});
-    EXPECT_TRUE(view->model().canCancel());
-    // Tab to the button, then Return: cancel; or Escape.
-    first ? QTest::keyClick(QApplication::focusWidget(), Qt::Key_Return)
-          : QTest::keyClick(view.get(), Qt::Key_Escape);
-    ASSERT_NE(button("再试一次", false), nullptr);  // at once, before any further input
+// Both clicks of a double click reach the window before the launcher has done anything with
+// the first: the second meets the working arrangement and starts no second script. Output is
+// shown as plain text.
+TEST_F(Arrangements, ADoubleClickStartsOneScript) {
+  const QPoint at = install->mapTo(view.get(), install->rect().center());
+  QTest::mouseDClick(view->windowHandle(), Qt::LeftButton, {}, at);
+  EXPECT_TRUE(eventually([] { return markedProcesses().size() == 1; }));
+  ASSERT_TRUE(
+      waitFor([&] { return texts<QLabel>().size() == 2 && texts<QLabel>()[1] == "<b>x</b>"; }));
+  for (auto* l : shown<QLabel>()) EXPECT_EQ(l->textFormat(), Qt::PlainText);
+  EXPECT_EQ(shown<LogView>().size(), 1);
+  EXPECT_EQ(texts<QPushButton>(), (Texts{"取消"}));
+  settle(1);
+  EXPECT_EQ(markedProcesses().size(), 1u);
+}
+
+// Return on the focused cancel button, or Escape anywhere, cancels: the failed arrangement
+// appears at once, before any further input, with the details collapsed and retry as the
+// default button.
+TEST_F(Arrangements, ReturnOnTheFocusedCancelButtonOrEscapeCancels) {
+  for (bool escape : {false, true}) {
+    startInstall();
+    if (escape) {
+      QTest::keyClick(view.get(), Qt::Key_Escape);
+    } else {
+      button("取消")->setFocus();
+      QTest::keyClick(QApplication::focusWidget(), Qt::Key_Return);
+    }
+    ASSERT_NE(button("再试一次", false), nullptr) << escape;
     EXPECT_TRUE(button("再试一次", false)->isDefault());
     EXPECT_EQ(texts<QLabel>()[1], "停下了。什么都没改坏，再点一次可以重来。");
     EXPECT_TRUE(shown<LogView>().empty());  // details collapsed
     ASSERT_NE(toggle(), nullptr);
     EXPECT_EQ(toggle()->text(), "详情");
-    expectKeys({button("再试一次"), toggle()}, false);
-    toggle()->setFocus();
-    QTest::keyClick(toggle(), Qt::Key_Return);  // toggles, rather than retrying
-    ASSERT_TRUE(waitFor([&] { return shown<LogView>().size() == 1; }));
     view->setFocus();
-    QTest::keyClick(view.get(), Qt::Key_Return);  // the default button: retry
-    ASSERT_NE(button("安装并打开", false), nullptr);
-    EXPECT_TRUE(view->model().lines().empty());
+    QTest::keyClick(view.get(), Qt::Key_Return);  // retry
+    install = button("安装并打开", false);
+    ASSERT_NE(install, nullptr);
   }
+}
+
+// Return on the focused details toggle toggles them; elsewhere it is the default button's: a
+// retry, which starts anew without the old lines.
+TEST_F(Arrangements, ReturnTogglesTheFocusedDetailsAndElsewhereRetries) {
+  startInstall();
+  QTest::keyClick(view.get(), Qt::Key_Escape);
+  ASSERT_NE(toggle(), nullptr);
+  toggle()->setFocus();
+  QTest::keyClick(toggle(), Qt::Key_Return);
+  ASSERT_TRUE(waitFor([&] { return shown<LogView>().size() == 1; }));
+  EXPECT_EQ(view->model().phase(), Phase::failed);
+  view->setFocus();
+  QTest::keyClick(view.get(), Qt::Key_Return);
+  ASSERT_NE(button("安装并打开", false), nullptr);
+  EXPECT_TRUE(view->model().lines().empty());
 }
 
 // A newer version in the package: both versions named, the update as the large button and the

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <QFontMetrics>
+#include <QVariantAnimation>
 #include <cmath>
 
 #include "support/ui_wait.h"
@@ -48,6 +49,27 @@ TEST_F(LogViewTest, FollowsTheEndWhenTheCountChanges) {
   EXPECT_EQ(position(), 0);
   view.setLines(numbered(12), 500);
   EXPECT_TRUE(view.isFollowing());
+}
+
+// The follow is a linear scroll of 0.15 s, and it ends at the end as it is once the rows that
+// came into view on the way have their exact heights, not where it was first headed.
+TEST_F(LogViewTest, TheFollowTakes150MillisecondsAndEndsWhereTheRowsSettle) {
+  auto* follow = view.findChild<QVariantAnimation*>();
+  ASSERT_NE(follow, nullptr);
+  EXPECT_EQ(follow->duration(), 150);
+  EXPECT_EQ(follow->easingCurve().type(), QEasingCurve::Linear);
+  // Words that wrap early: a row's height estimated from its length falls short.
+  std::deque<std::string> lines(1, "first");
+  view.setLines(lines, 0);
+  std::string words;
+  for (char c : std::string("abcde")) words += std::string(35, c) + " ";
+  for (int i = 0; i < 300; ++i) lines.push_back(words);
+  view.setLines(lines, 0);
+  ASSERT_TRUE(view.isFollowing());
+  const int firstHeadedTo = follow->endValue().toInt();
+  ASSERT_TRUE(waitFor([&] { return !view.isFollowing(); }));
+  EXPECT_NE(view.endPosition(), firstHeadedTo);  // the rows did settle on the way
+  EXPECT_EQ(position(), view.endPosition());
 }
 
 // Rows are laid out exactly only in view, and a row that moves up keeps its layout.

@@ -1,6 +1,7 @@
-// Build tool: draws the window icon's SVG at the sizes given, as Qt's SVG icon engine draws it
-// for a window at a device pixel ratio of 1, and writes each as raw premultiplied ARGB32
-// (<out-dir>/kestravine-launcher-<size>.argb) for window_icon.cpp. Raw rather than PNG: the
+// Developer tool: draws the window icon's SVG at the sizes given, as Qt's SVG icon engine draws
+// it for a window at a device pixel ratio of 1, and writes each as raw premultiplied ARGB32
+// (<out-dir>/kestravine-launcher-<size>.argb), kept in resources/window-icon/ for
+// src/window/window_icon.cpp. Raw rather than PNG: the
 // bytes go back into an image unchanged, with no conversion and no image reader at start-up.
 //
 //   window_icon_pixels <svg> <out-dir> <size>...
