@@ -1,5 +1,6 @@
-# Sourced by benchmarks and tests: starts a private Xvfb and points DISPLAY at it. Needs $tmp (a
-# scratch folder) and die(); the caller's cleanup calls stop_xvfb.
+# Sourced by benchmarks and tests: starts a private Xvfb and points DISPLAY at it, and finds the
+# launcher's window on it. Needs $tmp (a scratch folder) and die(); the caller's cleanup calls
+# stop_xvfb.
 #
 # -displayfd: Xvfb picks a free display itself and writes its number once it accepts clients.
 # -noreset: otherwise the server resets whenever its last client leaves, and a client connecting
@@ -27,6 +28,19 @@ start_openbox() {
   done
   die "openbox did not start"
 }
+
+# Polls the command given until it succeeds, for at most 30 s; then fails the caller (die).
+wait_until() {
+  local i
+  for i in $(seq 1 600); do
+    "$@" && return 0
+    sleep 0.05
+  done
+  die "timed out waiting for: $*"
+}
+# Whether the launcher's window is shown, and its id.
+window_shown() { xdotool search --onlyvisible --name '^Kestravine$' >/dev/null 2>&1; }
+launcher_window() { xdotool search --onlyvisible --name '^Kestravine$' | head -n 1; }
 
 # For the caller's cleanup: stops the server, if one was started.
 stop_xvfb() {

@@ -11,10 +11,6 @@ rm -rf "$scratch"
 mkdir -p "$scratch/product/bin" "$scratch/product/share/kestravine"
 tmp=$(cd "$scratch" && pwd)
 die() { echo "FAIL: $*" >&2; exit 1; }
-wait_until() {
-  for _ in $(seq 1 600); do "$@" && return 0; sleep 0.05; done
-  die "timed out waiting for: $*"
-}
 . "$(dirname "${BASH_SOURCE[0]}")/../../tools/xvfb.sh"
 . "$(dirname "${BASH_SOURCE[0]}")/../../tools/weston.sh"
 cleanup() {

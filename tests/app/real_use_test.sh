@@ -47,16 +47,6 @@ free_offset() {
   echo "$offset"
 }
 
-# Waits, at most 20 s, until the command succeeds.
-wait_until() {
-  local i
-  for i in $(seq 1 400); do
-    "$@" && return 0
-    sleep 0.05
-  done
-  die "timed out waiting for: $*"
-}
-window_shown() { xdotool search --onlyvisible --name '^Kestravine$' >/dev/null 2>&1; }
 # Alt+F4, as a user closes it, until the window has gone: on a busy machine the window manager
 # may not have given it the focus yet, and the keys then go nowhere. A second close is harmless.
 close_window() {

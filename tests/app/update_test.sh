@@ -61,19 +61,8 @@ printf '#!/bin/sh\necho "$1" >>"%s/opened"\n' "$tmp" >"$tmp/bin/xdg-open"
 chmod +x "$tmp/bin/xdg-open"
 export PATH="$tmp/bin:$PATH"
 
-wait_until() {
-  local i
-  for i in $(seq 1 600); do
-    "$@" && return 0
-    sleep 0.05
-  done
-  die "timed out waiting for: $*"
-}
-window_shown() { xdotool search --onlyvisible --name '^Kestravine$' >/dev/null 2>&1; }
 keys() {
-  local id
-  id=$(xdotool search --onlyvisible --name '^Kestravine$' | head -n 1)
-  xdotool windowactivate --sync "$id" 2>/dev/null || true
+  xdotool windowactivate --sync "$(launcher_window)" 2>/dev/null || true
   xdotool key --clearmodifiers "$@"
 }
 installed_version() { node -p 'require(process.argv[1]).version' "$home/app/package.json"; }

@@ -8,6 +8,7 @@
 #include <QLabel>
 #include <QPushButton>
 #include <QTest>
+#include <functional>
 #include <set>
 
 #include "support/model_fixture.h"
@@ -54,6 +55,33 @@ class ContentViewTest : public ModelTest {
     return find();
   }
   DisclosureButton* toggle() const { return shown<DisclosureButton>().value(0); }
+  // Runs `check` in a dark theme (a dark window and base under light text), a light one, and one
+  // whose grey text leaves the weaker levels no room at all; then restores the theme.
+  void inEachTheme(const std::function<void(QColor text, QColor window, QColor base)>& check) {
+    const QPalette light = QApplication::palette();
+    const std::tuple<QColor, QColor, QColor> themes[] = {
+        {QColor(0xe8, 0xe8, 0xea), QColor(0x32, 0x32, 0x34), QColor(0x1e, 0x1e, 0x20)},
+        {QColor(Qt::black), QColor(0xef, 0xef, 0xef), QColor(Qt::white)},
+        {QColor(0x70, 0x70, 0x70), QColor(0xfa, 0xfa, 0xfa), QColor(Qt::white)},
+    };
+    for (const auto& [text, window, base] : themes) {
+      QPalette palette = light;
+      for (auto role : {QPalette::WindowText, QPalette::ButtonText}) palette.setColor(role, text);
+      palette.setColor(QPalette::Window, window);
+      palette.setColor(QPalette::Base, base);
+      QApplication::setPalette(palette);
+      QApplication::processEvents();
+      check(text, window, base);
+    }
+    QApplication::setPalette(light);
+  }
+  // Every shown text stands out from `window` by 4.5:1.
+  void expectTextsStandOut(const QColor& window) {
+    for (auto* l : shown<QLabel>()) {
+      EXPECT_GE(style::contrast(l->palette().color(QPalette::WindowText), window), 4.5)
+          << l->text().toStdString();
+    }
+  }
   // Shows the view with `body` as the install script, and its install button.
   QPushButton* showWithScript(const std::string& body) {
     writeInstallScript(body);
@@ -241,21 +269,7 @@ TEST_F(ContentViewTest, TheUpdateOfferNamesBothVersionsAndKeepsTheInstalledOneAt
   button("取消", false)->click();
   QTest::keyClick(view.get(), Qt::Key_Return);
   ASSERT_NE(button("先打开现在的版本", false), nullptr);
-  const QPalette light = QApplication::palette();
-  for (const auto& [text, window] : {std::pair{QColor(0xe8, 0xe8, 0xea), QColor(0x32, 0x32, 0x34)},
-                                     std::pair{QColor(Qt::black), QColor(0xef, 0xef, 0xef)}}) {
-    QPalette palette = light;
-    palette.setColor(QPalette::WindowText, text);
-    palette.setColor(QPalette::ButtonText, text);
-    palette.setColor(QPalette::Window, window);
-    QApplication::setPalette(palette);
-    QApplication::processEvents();
-    for (auto* l : shown<QLabel>()) {
-      EXPECT_GE(style::contrast(l->palette().color(QPalette::WindowText), window), 4.5)
-          << l->text().toStdString();
-    }
-  }
-  QApplication::setPalette(light);
+  inEachTheme([&](QColor, QColor window, QColor) { expectTextsStandOut(window); });
 }
 
 TEST_F(ContentViewTest, WhileProbingThereIsNoCancelRowAndTheStatusKeepsToTwoLines) {
@@ -348,31 +362,12 @@ TEST_F(FailedWithDetails, TheLogScrollsByKeyAndCopiesEveryLine) {
 // A theme change recolours every text and the log's indicator, and every text stands out from
 // its background by 4.5:1 in a light and a dark theme.
 TEST_F(FailedWithDetails, EveryTextStandsOutInLightAndDarkThemes) {
-  const QPalette light = QApplication::palette();
-  // Dark: a dark window and base under light text; light: the reverse; and a grey text that
-  // leaves the weaker levels no room at all.
-  const std::tuple<QColor, QColor, QColor> themes[] = {
-      {QColor(0xe8, 0xe8, 0xea), QColor(0x32, 0x32, 0x34), QColor(0x1e, 0x1e, 0x20)},
-      {QColor(Qt::black), QColor(0xef, 0xef, 0xef), QColor(Qt::white)},
-      {QColor(0x70, 0x70, 0x70), QColor(0xfa, 0xfa, 0xfa), QColor(Qt::white)},
-  };
-  for (const auto& [text, window, base] : themes) {
-    QPalette palette = light;
-    palette.setColor(QPalette::WindowText, text);
-    palette.setColor(QPalette::Window, window);
-    palette.setColor(QPalette::Base, base);
-    QApplication::setPalette(palette);
-    QApplication::processEvents();
-    const QColor box = style::blend(base, 0.5, window);
-    for (auto* l : shown<QLabel>()) {
-      EXPECT_GE(style::contrast(l->palette().color(QPalette::WindowText), window), 4.5)
-          << l->text().toStdString();
-    }
-    EXPECT_GE(style::contrast(log->rowColour(), box), 4.5);
+  inEachTheme([&](QColor text, QColor window, QColor base) {
+    expectTextsStandOut(window);
+    EXPECT_GE(style::contrast(log->rowColour(), style::blend(base, 0.5, window)), 4.5);
     EXPECT_TRUE(log->scrollBar()->styleSheet().contains(
         QString("rgba(%1, %2, %3").arg(text.red()).arg(text.green()).arg(text.blue())));
-  }
-  QApplication::setPalette(light);
+  });
 }
 
 // Run with KESTRAVINE_LAUNCHER_AUTOSTART=1 (see CMakeLists.txt): the install starts 0.3 s after
