@@ -1,7 +1,6 @@
 #include "process/command_process.h"
 
 #include <signal.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 #include <set>
@@ -70,9 +69,7 @@ void CommandProcess::watchExit(std::shared_ptr<CommandProcess> self,
                                std::function<void(std::int32_t)> onExit,
                                std::shared_ptr<ReportsInFlight> inFlight) {
   // Wait without reaping first, then reap under the lock, so the pid stays ours until then.
-  siginfo_t info{};
-  system_calls::retryOnInterrupt(
-      [&] { return ::waitid(P_PID, static_cast<id_t>(self->pid_), &info, WEXITED | WNOWAIT); });
+  system_calls::awaitExit(self->pid_);
   std::int32_t status = 0;
   {
     std::lock_guard lock(self->reapMutex_);

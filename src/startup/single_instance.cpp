@@ -21,6 +21,7 @@
 #include <string_view>
 #include <thread>
 
+#include "system/system_call.h"
 #include "system/system_calls.h"
 
 namespace kestravine {
@@ -44,10 +45,10 @@ constexpr std::string_view kFinishing = "finishing\n";
 // `privateOnly`, open to nobody else at all). Nothing is checked by path and then used by path,
 // so nobody can swap it in between.
 UniqueFd ownFolder(int parent, const char* name, mode_t mode, bool privateOnly) {
-  ::mkdirat(parent, name, mode);
-  UniqueFd fd(::openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  SYSTEM_CALL(mkdirat)(parent, name, mode);
+  UniqueFd fd(SYSTEM_CALL(openat)(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   struct stat info {};
-  if (!fd || ::fstat(fd.get(), &info) != 0 || info.st_uid != ::getuid() ||
+  if (!fd || SYSTEM_CALL(fstat)(fd.get(), &info) != 0 || info.st_uid != SYSTEM_CALL(getuid)() ||
       (info.st_mode & (privateOnly ? 077 : 022)) != 0)
     return {};
   return fd;
@@ -57,9 +58,9 @@ UniqueFd ownFolder(int parent, const char* name, mode_t mode, bool privateOnly) 
 // for XDG_RUNTIME_DIR require of it).
 UniqueFd ownBase(const std::string& path) {
   if (path.empty() || path[0] != '/') return {};
-  UniqueFd fd(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  UniqueFd fd(SYSTEM_CALL(open)(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   struct stat info {};
-  if (!fd || ::fstat(fd.get(), &info) != 0 || info.st_uid != ::getuid() ||
+  if (!fd || SYSTEM_CALL(fstat)(fd.get(), &info) != 0 || info.st_uid != SYSTEM_CALL(getuid)() ||
       (info.st_mode & 022) != 0)
     return {};
   return fd;
@@ -70,8 +71,8 @@ UniqueFd ownBase(const std::string& path) {
 // user can make or replace anything. None if there is no such place.
 UniqueFd guardFolder() {
   const char* runtime = std::getenv("XDG_RUNTIME_DIR");
-  for (const std::string& base :
-       {std::string(runtime ? runtime : ""), "/run/user/" + std::to_string(::getuid())}) {
+  for (const std::string& base : {std::string(runtime ? runtime : ""),
+                                  "/run/user/" + std::to_string(SYSTEM_CALL(getuid)())}) {
     if (const UniqueFd parent = ownBase(base))
       if (UniqueFd folder = ownFolder(parent.get(), kGuardFolder, 0700, true)) return folder;
   }
@@ -109,11 +110,13 @@ std::optional<sockaddr_un> socketAddress(const std::string& path) {
 UniqueFd listenAt(int folder, const std::string& name) {
   const auto address = socketAddress(inFolder(folder, name));
   if (!address) return {};
-  UniqueFd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  UniqueFd fd(SYSTEM_CALL(socket)(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!fd) return {};
-  ::unlinkat(folder, name.c_str(), 0);  // left by a launcher that ended: the lock says so
-  if (::bind(fd.get(), reinterpret_cast<const sockaddr*>(&*address), sizeof *address) != 0 ||
-      ::listen(fd.get(), 8) != 0)
+  SYSTEM_CALL(unlinkat)
+  (folder, name.c_str(), 0);  // left by a launcher that ended: the lock says so
+  if (SYSTEM_CALL(bind)(fd.get(), reinterpret_cast<const sockaddr*>(&*address), sizeof *address) !=
+          0 ||
+      SYSTEM_CALL(listen)(fd.get(), 8) != 0)
     return {};
   return fd;
 }
@@ -121,13 +124,13 @@ UniqueFd listenAt(int folder, const std::string& name) {
 std::optional<SingleInstance::Answer> askFirst(const std::string& path) {
   const auto address = socketAddress(path);
   if (!address) return std::nullopt;
-  const UniqueFd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (!fd ||
-      ::connect(fd.get(), reinterpret_cast<const sockaddr*>(&*address), sizeof *address) != 0)
+  const UniqueFd fd(SYSTEM_CALL(socket)(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (!fd || SYSTEM_CALL(connect)(fd.get(), reinterpret_cast<const sockaddr*>(&*address),
+                                  sizeof *address) != 0)
     return std::nullopt;
   const char* token = std::getenv("XDG_ACTIVATION_TOKEN");
   const std::string request = std::string(token ? token : "") + "\n";
-  (void)!::send(fd.get(), request.data(), request.size(), MSG_NOSIGNAL);
+  (void)!SYSTEM_CALL(send)(fd.get(), request.data(), request.size(), MSG_NOSIGNAL);
   std::string reply;
   const auto deadline =
       std::chrono::steady_clock::now() + std::chrono::milliseconds(kAnswerMilliseconds);
@@ -136,12 +139,12 @@ std::optional<SingleInstance::Answer> askFirst(const std::string& path) {
         deadline - std::chrono::steady_clock::now());
     if (left.count() <= 0) break;
     pollfd readable{fd.get(), POLLIN, 0};
-    const int ready = ::poll(&readable, 1, static_cast<int>(left.count()));
+    const int ready = SYSTEM_CALL(poll)(&readable, 1, static_cast<int>(left.count()));
     if (ready < 0 && errno == EINTR) continue;  // again, with the time that is left
     if (ready <= 0) break;
     char buffer[64];
-    const ssize_t n =
-        system_calls::retryOnInterrupt([&] { return ::read(fd.get(), buffer, sizeof buffer); });
+    const ssize_t n = system_calls::retryOnInterrupt(
+        [&] { return SYSTEM_CALL(read)(fd.get(), buffer, sizeof buffer); });
     if (n <= 0) break;
     reply.append(buffer, static_cast<std::size_t>(n));
   }
@@ -163,16 +166,17 @@ SingleInstance::SingleInstance(const std::string& home) {
   lockName_ = base + ".lock";
   socketName_ = base + ".sock";
   for (int attempt = 0; attempt < kTries; ++attempt) {
-    lock_.reset(::openat(folder_.get(), lockName_.c_str(),
-                         O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
+    lock_.reset(SYSTEM_CALL(openat)(folder_.get(), lockName_.c_str(),
+                                    O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!lock_) break;
-    if (::flock(lock_.get(), LOCK_EX | LOCK_NB) == 0) {
+    if (SYSTEM_CALL(flock)(lock_.get(), LOCK_EX | LOCK_NB) == 0) {
       // The first launcher removes the lock file as it ends; one that got the lock of a file
       // removed meanwhile holds nothing and tries again with the file there now.
       struct stat held {
       }, there{};
-      if (::fstat(lock_.get(), &held) != 0 || held.st_nlink == 0 ||
-          ::fstatat(folder_.get(), lockName_.c_str(), &there, AT_SYMLINK_NOFOLLOW) != 0 ||
+      if (SYSTEM_CALL(fstat)(lock_.get(), &held) != 0 || held.st_nlink == 0 ||
+          SYSTEM_CALL(fstatat)(folder_.get(), lockName_.c_str(), &there, AT_SYMLINK_NOFOLLOW) !=
+              0 ||
           held.st_ino != there.st_ino)
         continue;
       listener_ = listenAt(folder_.get(), socketName_);
@@ -196,15 +200,16 @@ void SingleInstance::leave() {
   // The first launcher leaves nothing behind: socket first (nobody can be answered any more),
   // then the lock file, while still holding the lock.
   if (answer_ != Answer::first || !lock_) return;
-  if (listener_) ::unlinkat(folder_.get(), socketName_.c_str(), 0);
-  ::unlinkat(folder_.get(), lockName_.c_str(), 0);
+  if (listener_) SYSTEM_CALL(unlinkat)(folder_.get(), socketName_.c_str(), 0);
+  SYSTEM_CALL(unlinkat)(folder_.get(), lockName_.c_str(), 0);
   listener_.reset();
   lock_.reset();
 }
 
 void SingleInstance::serve(std::function<bool(const QString& token)> onLaunch) {
   if (answer_ != Answer::first || !listener_) return;
-  ::fcntl(listener_.get(), F_SETFL, ::fcntl(listener_.get(), F_GETFL) | O_NONBLOCK);
+  SYSTEM_CALL(fcntl)
+  (listener_.get(), F_SETFL, SYSTEM_CALL(fcntl)(listener_.get(), F_GETFL) | O_NONBLOCK);
   // Answers for as long as the application runs, also after the window has gone.
   auto* listening =
       new QSocketNotifier(listener_.get(), QSocketNotifier::Read, QCoreApplication::instance());
@@ -217,8 +222,8 @@ void SingleInstance::serve(std::function<bool(const QString& token)> onLaunch) {
         reading, &QSocketNotifier::activated, [reading, connection, request, onLaunch] {
           const int fd = connection->get();
           char buffer[512];
-          const ssize_t n =
-              system_calls::retryOnInterrupt([&] { return ::read(fd, buffer, sizeof buffer); });
+          const ssize_t n = system_calls::retryOnInterrupt(
+              [&] { return SYSTEM_CALL(read)(fd, buffer, sizeof buffer); });
           if (n < 0 && errno == EAGAIN) return;
           if (n > 0) request->append(buffer, static_cast<std::size_t>(n));
           const std::size_t end = request->find('\n');
@@ -226,7 +231,7 @@ void SingleInstance::serve(std::function<bool(const QString& token)> onLaunch) {
           if (end != std::string::npos) {
             const bool finishing = onLaunch(QString::fromStdString(request->substr(0, end)));
             const std::string_view answer = finishing ? kFinishing : kShown;
-            (void)!::send(fd, answer.data(), answer.size(), MSG_NOSIGNAL);
+            (void)!SYSTEM_CALL(send)(fd, answer.data(), answer.size(), MSG_NOSIGNAL);
           }
           reading->setEnabled(false);
           reading->deleteLater();
@@ -239,7 +244,7 @@ int SingleInstance::report() const {
   switch (answer_) {
     case Answer::first:
     case Answer::shown:
-      if (::isatty(STDOUT_FILENO))
+      if (SYSTEM_CALL(isatty)(STDOUT_FILENO))
         std::fputs(
             "kestravine-launcher：这个产品目录已经有一个启动器在运行，已把它的窗口带到前面。\n",
             stdout);

@@ -74,6 +74,10 @@ bool connectsToLoopback(int port, int timeoutMs);
 // refuse.
 extern void (*startThread)(std::function<void()> task);
 
+// Waits until the child `pid` has exited, without reaping it (waitid with WNOWAIT, again after
+// EINTR): the pid stays the child's until it is reaped.
+void awaitExit(pid_t pid);
+
 // kill(2). Tests replace it to see which process is signalled.
 extern int (*sendSignal)(pid_t pid, int signal);
 

@@ -9,6 +9,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -62,6 +63,12 @@ std::string readToEnd(int fd) {
 std::string readFile(const char* path) {
   const UniqueFd fd(::open(path, O_RDONLY | O_CLOEXEC));
   return fd ? readToEnd(fd.get()) : std::string();
+}
+
+void awaitExit(pid_t pid) {
+  siginfo_t info{};
+  retryOnInterrupt(
+      [&] { return ::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT); });
 }
 
 std::optional<std::string> readSmallFile(const char* path, std::size_t limit) {
