@@ -23,6 +23,7 @@
 #include "startup/toolkit_thread.h"
 #include "system/system_calls.h"
 #include "ui/content_view.h"
+#include "ui/style.h"
 #include "window/main_window.h"
 #include "window/snapshot.h"
 #include "window/window_icon.h"
@@ -95,6 +96,7 @@ int main(int argc, char** argv) {
   // some, when the first window is created.
   std::optional<kestravine::DisplayGuard> guard(std::in_place, forced);
   QApplication app(argc, argv);
+  kestravine::style::loadTextFaces();
   QApplication::setApplicationName(QStringLiteral("Kestravine"));
   QApplication::setDesktopFileName(QStringLiteral("kestravine-launcher"));
   // From the binary, not the icon theme: looking the theme up costs the start-up several ms.

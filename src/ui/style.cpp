@@ -1,5 +1,6 @@
 #include "ui/style.h"
 
+#include <QFile>
 #include <QFontDatabase>
 #include <QGuiApplication>
 #include <QScreen>
@@ -12,6 +13,8 @@ namespace kestravine::style {
 namespace {
 
 const QString kChineseFamily = QStringLiteral("Noto Sans CJK SC");
+// The same faces cut down to the fixed texts' characters, where the launcher carries them.
+const QString kTextsFamily = QStringLiteral("Kestravine Texts");
 
 double pointsFor(double logicalPixels) {
   const QScreen* screen = QGuiApplication::primaryScreen();
@@ -37,10 +40,17 @@ QFont systemFont(double size, QFont::Weight weight) {
   QFont font = QFontDatabase::systemFont(QFontDatabase::GeneralFont);
   // Named, not looked up: asking the font database what it has would cost the start-up the
   // scan of every installed font. A missing family simply falls through to the next.
-  font.setFamilies({kChineseFamily, font.family()});
+  font.setFamilies({kTextsFamily, kChineseFamily, font.family()});
   font.setPointSizeF(pointsFor(size));
   font.setWeight(weight);
   return font;
+}
+
+void loadTextFaces() {
+  for (const char* face : {":/fonts/texts-regular.otf", ":/fonts/texts-bold.otf"}) {
+    const QString path = QString::fromLatin1(face);
+    if (QFile::exists(path)) QFontDatabase::addApplicationFont(path);
+  }
 }
 
 QFont monospaceFont(double size) {

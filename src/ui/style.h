@@ -11,9 +11,14 @@ namespace kestravine::style {
 // Sizes are logical pixels (the launcher's lengths and font sizes are in points of a 72-dpi
 // logical grid), converted to Qt point sizes at the screen's logical dpi. Stateless; GUI thread.
 
-// The text font: Noto Sans CJK SC where installed (the face most Linux desktops use for
-// Chinese), else the desktop's own. A weight the family lacks is matched to the nearest it has.
+// The text font: the launcher's own cut of Noto Sans CJK SC for its fixed texts where it carries
+// one (see loadTextFaces()), then Noto Sans CJK SC where installed (the face most Linux desktops
+// use for Chinese), else the desktop's own. A weight the family lacks is matched to the nearest it
+// has.
 QFont systemFont(double size, QFont::Weight weight = QFont::Normal);
+// Registers the faces of the fixed texts that the launcher carries, if it carries them. Once,
+// after the application exists and before the first text is laid out.
+void loadTextFaces();
 QFont monospaceFont(double size);
 
 // Text colours by role, on the window's background: the primary text colour, and weaker levels
