@@ -47,20 +47,26 @@ using Files = std::vector<std::string>;
 
 // The guard lives in the first folder no other user can make or replace: the runtime
 // directory's when it is the user's, else the cache folder's; a folder of the guard's name that
-// another user made is passed over as well.
+// another user made, or that is open to others, is passed over as well.
 TEST_F(SingleInstanceTest, TheGuardLivesOnlyWhereNoOtherUserCanWrite) {
   struct Row {
     std::vector<std::string> foreign;
+    mode_t guardFolderMode;  // of the runtime directory's guard folder, made beforehand; 0: none
     std::string where;
   };
   const Row table[] = {
-      {{}, "/runtime/kestravine-launcher"},
-      {{"/runtime"}, "/home/.cache/kestravine-launcher"},
-      {{"/runtime/kestravine-launcher"}, "/home/.cache/kestravine-launcher"},
+      {{}, 0, "/runtime/kestravine-launcher"},
+      {{"/runtime"}, 0, "/home/.cache/kestravine-launcher"},
+      {{"/runtime/kestravine-launcher"}, 0, "/home/.cache/kestravine-launcher"},
+      {{}, 0750, "/home/.cache/kestravine-launcher"},  // open to others: passed over too
   };
   for (const Row& row : table) {
     SetUp();
     for (const auto& ending : row.foreign) mock::foreign(ending);
+    if (row.guardFolderMode != 0) {
+      fs::create_directory(runtime() + "/kestravine-launcher");
+      ::chmod((runtime() + "/kestravine-launcher").c_str(), row.guardFolderMode);
+    }
     {
       SingleInstance guard("/opt/product");
       EXPECT_EQ(guard.answer(), SingleInstance::Answer::first);
