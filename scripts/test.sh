@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Sets the machine up, builds everything and runs every test: the test suite, then the same
-# tests under sanitizers and the fuzz target for a minute. `--quick` stops after the suite.
+# tests under sanitizers and the fuzz target for 30 s. `--quick` stops after the suite.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
@@ -12,6 +12,6 @@ ctest --test-dir build --output-on-failure -j"$((2 * $(nproc)))"
 [[ ${1:-} == --quick ]] && exit 0
 
 bash scripts/sanitize.sh
-bash scripts/fuzz.sh 60
+bash scripts/fuzz.sh 30
 # Suite, address and undefined-behaviour sanitizers, thread sanitizer, fuzzing.
 echo "stages: 4 passed, 0 failed"
