@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <future>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -71,7 +72,14 @@ int main(int argc, char** argv) {
   // connects to the display, takes that off the way to the window (fontconfig's initialisation
   // is thread-safe). Where the system refuses that thread already, say so now rather than
   // freeze later.
-  if (!kestravine::keepToolkitThread([] { FcInit(); })) {
+  // The faces of the fixed texts go to fontconfig on the same thread; the window waits for them.
+  std::promise<void> facesLoaded;
+  std::future<void> faces = facesLoaded.get_future();
+  if (!kestravine::keepToolkitThread([&facesLoaded] {
+        FcInit();
+        kestravine::style::loadTextFaces();
+        facesLoaded.set_value();
+      })) {
     // A refused thread has one reason that is not a programming error: no more processes.
     std::fputs(("kestravine-launcher：系统不让再开线程，窗口没法显示：" +
                 kestravine::system_calls::describeError(EAGAIN) + "。关掉一些程序再试。\n")
@@ -96,7 +104,6 @@ int main(int argc, char** argv) {
   // some, when the first window is created.
   std::optional<kestravine::DisplayGuard> guard(std::in_place, forced);
   QApplication app(argc, argv);
-  kestravine::style::loadTextFaces();
   QApplication::setApplicationName(QStringLiteral("Kestravine"));
   QApplication::setDesktopFileName(QStringLiteral("kestravine-launcher"));
   // From the binary, not the icon theme: looking the theme up costs the start-up several ms.
@@ -108,6 +115,7 @@ int main(int argc, char** argv) {
   kestravine::installPlatform(*platform);
   qtPlatform = platform;
 
+  faces.wait();  // Qt's font database fills at the window's first text
   kestravine::MainWindow window;
   shown = &window;
   kestravine::TerminationSignals termination([&window] { window.close(); });

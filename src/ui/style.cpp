@@ -1,12 +1,18 @@
 #include "ui/style.h"
 
-#include <QFile>
+#include <fontconfig/fontconfig.h>
+
 #include <QFontDatabase>
 #include <QGuiApplication>
+#include <QResource>
 #include <QScreen>
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <string>
+
+#include "system/system_calls.h"
+#include "system/unique_fd.h"
 
 namespace kestravine::style {
 
@@ -47,9 +53,19 @@ QFont systemFont(double size, QFont::Weight weight) {
 }
 
 void loadTextFaces() {
+  // Through fontconfig rather than QFontDatabase::addApplicationFont(), which would fill the
+  // whole font database on the GUI thread on the way to the window. fontconfig takes files: the
+  // faces are copied out of the binary into memory files, kept open for the launcher's life.
   for (const char* face : {":/fonts/texts-regular.otf", ":/fonts/texts-bold.otf"}) {
-    const QString path = QString::fromLatin1(face);
-    if (QFile::exists(path)) QFontDatabase::addApplicationFont(path);
+    const QResource resource(QString::fromLatin1(face));
+    if (!resource.isValid()) continue;
+    const QByteArray bytes = resource.uncompressedData();
+    UniqueFd file = system_calls::makeMemoryFile("kestravine-texts");
+    if (!file || !system_calls::writeAll(
+                     file.get(), {bytes.constData(), static_cast<std::size_t>(bytes.size())}))
+      continue;
+    const std::string path = "/proc/self/fd/" + std::to_string(file.release());
+    FcConfigAppFontAddFile(nullptr, reinterpret_cast<const FcChar8*>(path.c_str()));
   }
 }
 

@@ -16,8 +16,9 @@ namespace kestravine::style {
 // use for Chinese), else the desktop's own. A weight the family lacks is matched to the nearest it
 // has.
 QFont systemFont(double size, QFont::Weight weight = QFont::Normal);
-// Registers the faces of the fixed texts that the launcher carries, if it carries them. Once,
-// after the application exists and before the first text is laid out.
+// Hands the faces of the fixed texts that the launcher carries, if it carries them, to
+// fontconfig, from which Qt's font database takes them when it first fills. Any thread, once,
+// before the first text is laid out; it may run beside the application's construction.
 void loadTextFaces();
 QFont monospaceFont(double size);
 
