@@ -43,7 +43,8 @@ Reach reachFromLoopback(const Listener& listener);
 // SO_REUSEPORT (all of one user, as the kernel requires). Empty if none can take a connection.
 std::vector<Listener> answeringLoopback(const std::vector<Listener>& listeners, int port);
 
-// Both tables as they are now; what cannot be read counts as empty.
+// Both tables as they are now, from the kernel's socket diagnostics, or where those cannot be
+// had from /proc/net/tcp and tcp6; what cannot be read counts as empty.
 std::vector<Listener> read();
 
 }  // namespace tcp_listeners
