@@ -10,6 +10,7 @@
 #include "env/ctx.h"
 #include "model/machine_words.h"
 #include "model/port_report.h"
+#include "model/readiness_wait.h"
 #include "model/version.h"
 #include "platform/platform.h"
 #include "process/child.h"
@@ -23,19 +24,12 @@ constexpr const char* kStatusInstalled = "正在打开Varnholt。";
 constexpr const char* kStatusInstalling = "在装，第一次要几分钟。";
 constexpr const char* kInstallFailedBefore = "没能装完（退出码 ";
 constexpr const char* kStatusOpened = "打开了。";
-constexpr const char* kServicesFailedBefore = "服务没能起来。日志在 ";
-constexpr const char* kMonitorLog = "/app/.zorvel/logs/monitor.log";
 constexpr const char* kCancelled = "停下了。什么都没改坏，再点一次可以重来。";
 
 constexpr const char* kBash = "/bin/bash";
-constexpr const char* kCurl = "/usr/bin/curl";
 constexpr std::int64_t kBasePort = 5199;
-constexpr std::int64_t kProbeAttempts = 45;
-constexpr Delay kProbePause{2000};
 constexpr Delay kQuitDelay{800};
 constexpr Delay kAutostartDelay{300};
-// Lines of the services' log that a failure to come up shows in its details.
-constexpr std::size_t kLogTailLines = 10;
 
 const std::vector<std::string>& serviceStartArgs() {
   static const std::vector<std::string> args{"-lc", "npm run -s zorvel:up"};
@@ -136,7 +130,7 @@ void Model::fail(std::string text) {
 std::function<void(std::string)> Model::appender() {
   return [weak = weak_from_this()](std::string line) {
     auto self = weak.lock();
-    if (self && !self->closed_) self->append(std::move(line));
+    if (self && !self->closed_ && !self->opened_) self->append(std::move(line));
   };
 }
 
@@ -165,7 +159,6 @@ bool Model::finishRun() {
     finishClosing();
     return false;
   }
-  assign(Field::canCancel, canCancel_, false);
   return true;
 }
 
@@ -221,14 +214,16 @@ void Model::startServices() {
     if (const char* own = std::getenv("BASH_ENV"))
       extraEnv.emplace("KESTRAVINE_USER_BASH_ENV", own);
   }
-  // Whether the services came up is the probe's to decide; the exit status only lets it give up
-  // early when nothing can answer any more.
+  // Whether the services came up is the wait's to decide, and it begins beside the start: a
+  // product that already runs answers at once. The exit status only lets the wait give up early
+  // when nothing can answer any more.
   startRun(serviceStartArgs(), Ctx::kestravineHome() + "/app", std::move(extraEnv),
            [](Model& self, std::int32_t status) {
-             self.serviceStart_->status = status;
-             self.openWhenReady(0);
+             if (!self.wait_) return;
+             self.wait_->serviceStartEnded(status);
+             self.showSight();
            });
-  serviceStart_ = ServiceStart{child_->mark(), std::nullopt};
+  waitForReadiness(child_->mark());
 }
 
 void Model::install() {
@@ -246,7 +241,6 @@ void Model::install() {
     assign(Field::phase, phase_, Phase::failed);
     return;
   }
-  serviceStart_.reset();
   assign(Field::phase, phase_, Phase::working);
   assign(Field::canCancel, canCancel_, true);
   assign(Field::status, status_, std::string(kStatusInstalling));
@@ -260,7 +254,7 @@ void Model::install() {
   startRun({script, "--from", dir + "/" + tarball}, std::nullopt, std::move(extraEnv),
            [](Model& self, std::int32_t status) {
              if (status == 0) {
-               self.openWhenReady(0);
+               self.waitForReadiness(std::nullopt);
              } else {
                self.fail(kInstallFailedBefore + std::to_string(status) +
                          machineTexts().installFailedAfter);
@@ -268,56 +262,44 @@ void Model::install() {
            });
 }
 
-void Model::openWhenReady(std::int64_t attempt) {
-  if (closed_) return;
-  if (attempt == kProbeAttempts) return failToComeUp();
-  // The probe's Child is a temporary: it keeps running and reports its exit once dropped.
-  Child probe;
-  // "-q" (only read as the first argument) skips the user's curlrc, and "--noproxy" every proxy
-  // variable: a company proxy must not stand between the launcher and 127.0.0.1.
-  probe.start(
-      kCurl,
-      {"-q", "-fsS", "-o", "/dev/null", "--max-time", "3", "--noproxy", "*", applicationAddress()},
-      std::nullopt, {}, [](std::string) {},
-      [weak = weak_from_this(), attempt](std::int32_t status) {
-        auto self = weak.lock();
-        if (!self || self->closed_) return;
-        if (status != 0) {
-          if (self->nothingWillAnswer()) return self->failToComeUp();
-          platform().postAfter(kProbePause, [self, attempt] { self->openWhenReady(attempt + 1); });
-          return;
-        }
-        // Only the product's own server is opened, never another program's page on its port.
-        const PortOwner owner = portOwner();
-        if (self->refuse(owner)) return;
-        // Answered where it cannot be tied to a process: the details say what was seen.
-        if (owner.kind != PortOwner::Kind::product)
-          self->append(port_report::seen(applicationPort(), owner, true));
-        self->assign(Field::status, self->status_, std::string(kStatusOpened));
-        self->assign(Field::canCancel, self->canCancel_, false);
-        self->openAndQuit();
-      });
+void Model::waitForReadiness(std::optional<StepMark> serviceStart) {
+  auto weak = weak_from_this();
+  ReadinessWait::Events events;
+  events.onSight = [weak] {
+    if (auto self = weak.lock()) self->showSight();
+  };
+  events.onReady = [weak](std::vector<std::string> details) {
+    auto self = weak.lock();
+    if (!self || self->closed_) return;
+    self->wait_.reset();
+    for (std::string& line : details) self->append(std::move(line));
+    self->opened_ = true;
+    self->assign(Field::status, self->status_, std::string(kStatusOpened));
+    self->assign(Field::canCancel, self->canCancel_, false);
+    self->openAndQuit();
+  };
+  events.onFail = [weak](std::vector<std::string> details, std::string failure) {
+    auto self = weak.lock();
+    if (!self || self->closed_) return;
+    self->wait_.reset();
+    for (std::string& line : details) self->append(std::move(line));
+    self->fail(std::move(failure));
+  };
+  wait_ = ReadinessWait::start({applicationPort(), Ctx::kestravineHome(), Ctx::canonicalHome()},
+                               std::move(events), std::move(serviceStart));
+}
+
+void Model::showSight() {
+  // While a command runs, its own lines say more than the probe.
+  if (closed_ || child_ || !wait_) return;
+  if (std::string text = wait_->sightText(); !text.empty())
+    assign(Field::status, status_, std::move(text));
 }
 
 bool Model::refuse(const PortOwner& owner) {
   auto text = port_report::refusal(applicationPort(), owner);
   if (text) fail(std::move(*text));
   return text.has_value();
-}
-
-bool Model::nothingWillAnswer() const {
-  return serviceStart_ && serviceStart_->status.value_or(0) != 0 &&
-         portOwner().kind == PortOwner::Kind::nobody && serviceStart_->mark.carriers().empty();
-}
-
-void Model::failToComeUp() {
-  if (serviceStart_ && serviceStart_->status.value_or(0) != 0)
-    append(port_report::startStatus(*serviceStart_->status));
-  append(port_report::seen(applicationPort(), portOwner(), false));
-  const std::string home = Ctx::kestravineHome();
-  for (std::string& line : port_report::tail(home + kMonitorLog, kLogTailLines))
-    append(std::move(line));
-  fail(kServicesFailedBefore + home + kMonitorLog + "。");
 }
 
 void Model::openAndQuit() {
@@ -327,9 +309,13 @@ void Model::openAndQuit() {
     fail("Varnholt已经起来了，但没能打开浏览器。请在浏览器里打开：\n" + applicationAddress());
     return;
   }
-  // A cancelled tree's SIGKILL may still be due (a cancel, retry and quick install): it is
-  // carried out before the launcher ends.
-  platform().postAfter(kQuitDelay, [] { Child::afterPendingKills([] { platform().quit(); }); });
+  // The launcher ends as after a close of the window: a service start still running is let
+  // finish (a product that already ran answers before its start command is done), and a
+  // cancelled tree's SIGKILL still due is carried out first.
+  platform().postAfter(kQuitDelay, [weak = weak_from_this()] {
+    if (auto self = weak.lock()) return self->close([] { platform().quit(); });
+    Child::afterPendingKills([] { platform().quit(); });
+  });
 }
 
 void Model::autostart() {
@@ -346,14 +332,21 @@ void Model::autostart() {
 void Model::cancel() {
   if (child_) child_->cancel();
   child_.reset();
+  // The wait stops, and with it nothing the product's services left running.
+  if (wait_) wait_->cancel();
+  wait_.reset();
   assign(Field::canCancel, canCancel_, false);
   assign(Field::failure, failure_, std::string(kCancelled));
   assign(Field::phase, phase_, Phase::failed);
 }
 
 void Model::close(std::function<void()> done) {
+  if (closed_) return;
   closed_ = true;
   whenClosed_ = std::move(done);
+  if (wait_) wait_->cancel();
+  wait_.reset();
+  notify(Field::closed);
   if (!child_) finishClosing();
 }
 

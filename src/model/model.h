@@ -14,6 +14,7 @@
 namespace kestravine {
 
 class Child;
+class ReadinessWait;
 struct PortOwner;
 
 // The launcher's observable state and the install flow that drives it: the pre-flight check and
@@ -27,18 +28,20 @@ struct PortOwner;
 //   checking    check() / startInstalled(): installed     working (service start), or failed
 //   ready                                                 when a stranger holds the port
 //   ready       install(): files there / missing          working (install) / failed
-//   working     a run's exit: service start, install 0    working (readiness probe)
-//   working     a run's exit: install not 0               failed
-//   working     the probe answers / gives up              the browser opens and the launcher
-//                                                         quits / failed
+//   working     install exits 0                           working (the wait for readiness)
+//   working     install exits with another status         failed
+//   working     the wait: the product answers / a         the browser opens and the launcher
+//               stranger answers or it gives up           quits / failed
 //   working     cancel()                                  failed
 //   failed      retry()                                   ready (offer: update if the package
 //                                                         is newer than the installed, else
 //                                                         install)
 //
-// A run is a service start or an install: it holds the child slot and offers cancel from its
-// start until its exit (finishRun()) or a cancel. Once the window has closed, nothing further
-// is shown or started.
+// A run is a service start or an install: it holds the child slot from its start until its exit
+// (finishRun()) or a cancel. The wait for readiness (ReadinessWait) begins beside a service start
+// and after an install that succeeded. Cancel is offered from a run's start until the wait ends
+// or the install fails. While a run goes on its lines are the status; once it has ended, what
+// the wait's last probe saw. Once the window has closed, nothing further is shown or started.
 //
 // Threading: main thread only, no lock. Every operation is called there, every child callback
 // and timer it schedules runs there, and listeners are notified there. Callbacks and timers
@@ -54,7 +57,8 @@ class Model : public std::enable_shared_from_this<Model> {
   // What the ready phase offers: the install, or an update of the installed product to the
   // newer one in the package (which also offers to start the installed one instead).
   enum class Offer { install, update };
-  enum class Field { phase, headline, status, lines, failure, canCancel, offer };
+  // `closed`: the flow is over for the window (see close()); told once.
+  enum class Field { phase, headline, status, lines, failure, canCancel, offer, closed };
   // Called after every assignment of a published field, also when the value did not change.
   // Cheap by design: it names the field and copies nothing.
   using Listener = std::function<void(Field)>;
@@ -80,6 +84,9 @@ class Model : public std::enable_shared_from_this<Model> {
   const std::string& failure() const { return failure_; }
   bool canCancel() const { return canCancel_; }
   Offer offer() const { return offer_; }
+  bool closed() const { return closed_; }
+  // Whether a service start or an install is under way (it may go on after the page opened).
+  bool runs() const { return child_ != nullptr; }
 
   // Returns an id for removeListener().
   int addListener(Listener listener);
@@ -100,18 +107,20 @@ class Model : public std::enable_shared_from_this<Model> {
   void autostart();
   // Whether the product is installed: anything exists at <product home>/app.
   static bool isInstalled();
-  // Stops the running service start or install with its whole process tree.
+  // Stops the running service start or install with its whole process tree, and the wait for
+  // readiness (what a service start that has ended left running stays).
   void cancel();
   // Back from a failure to the offer: the update where the package's version is newer than the
   // installed one, else the install.
   void retry();
 
-  // The window has gone away. Nothing further is shown or started (later calls of check() and
-  // install() do nothing, and a probe chain ends), and nothing is stopped: the
-  // running service start or install keeps its output read (and dropped) so that it runs to its
-  // end, and its exit then starts no probe and shows no failure. `done` runs on the main queue
-  // once that command has exited (at once if none runs) and every pending SIGKILL follow-up of
-  // a cancel has been carried out. Called at most once.
+  // The window goes away: when the user closes it, or 0.8 s after the page opened. Nothing
+  // further is shown or started (later calls of check() and install() do nothing, and the wait
+  // ends), and nothing is stopped: the running service start or install keeps its output read
+  // (and dropped) so that it runs to its end, and its exit then shows nothing. Listeners hear
+  // Field::closed, so that a window still shown goes. `done` runs on the main queue once that
+  // command has exited (at once if none runs) and every pending SIGKILL follow-up of a cancel
+  // has been carried out. Calls after the first do nothing.
   void close(std::function<void()> done);
   // The script that a service start's login shell reads through BASH_ENV, in the resource
   // directory beside install.sh.
@@ -124,16 +133,14 @@ class Model : public std::enable_shared_from_this<Model> {
   // Offers the update when the package's version is newer than the installed one; returns
   // whether it did. An unreadable or malformed version offers nothing.
   bool offerUpdate();
-  void openWhenReady(std::int64_t attempt);
+  // The wait for readiness, beside the service start with `serviceStart` or after an install.
+  void waitForReadiness(std::optional<StepMark> serviceStart);
+  // What the wait's last probe saw becomes the status, once no run speaks.
+  void showSight();
   void openAndQuit();
   // When a program that is not the product holds the port, fails with a text that names it and
   // returns true.
   bool refuse(const PortOwner& owner);
-  // Certain that the product will not answer: its service start failed, nothing listens on the
-  // port and nothing the start started lives on.
-  bool nothingWillAnswer() const;
-  // The probe gives up: the reasons go into the details, then the failure.
-  void failToComeUp();
   void finishClosing();
   // Whether `run` is still the model's current run rather than one cancelled or replaced.
   bool owns(const std::weak_ptr<Child>& run) const;
@@ -164,13 +171,9 @@ class Model : public std::enable_shared_from_this<Model> {
   bool canCancel_ = false;
   Offer offer_ = Offer::install;
   std::shared_ptr<Child> child_;
-  // The last service start, for the probe that follows it: what it left running carries its
-  // mark, and its exit status (none while it runs). None after an install.
-  struct ServiceStart {
-    StepMark mark;
-    std::optional<std::int32_t> status;
-  };
-  std::optional<ServiceStart> serviceStart_;
+  std::shared_ptr<ReadinessWait> wait_;
+  // The page has been opened: a service start still running shows nothing more.
+  bool opened_ = false;
   bool closed_ = false;
   std::function<void()> whenClosed_;
 

@@ -87,6 +87,10 @@ void Child::cancel() {
                                   });
 }
 
+void Child::stop() {
+  if (isRunning()) proc_->signalCommand(SIGTERM);
+}
+
 void Child::afterPendingKills(Task task) {
   PendingKills::instance().whenNone(std::move(task));
 }

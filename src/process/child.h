@@ -59,6 +59,10 @@ class Child {
   // is searched for the mark.
   void cancel();
 
+  // Sends SIGTERM to the command alone, with no follow-up: for a command that starts nothing and
+  // ends on SIGTERM (the readiness probe's curl). Nothing once it has been reaped.
+  void stop();
+
   // Runs `task` on the main queue once every SIGKILL follow-up scheduled by a cancel, of any
   // Child, has been carried out; right away (but never from inside this call) if none is
   // pending. The launcher ends through this, so no cancelled tree outlives it.

@@ -52,6 +52,11 @@ void CommandProcess::kill(const std::vector<ProcessIdentity>& terminated) {
   if (!reaped_) system_calls::sendSignal(pid_, SIGKILL);
 }
 
+void CommandProcess::signalCommand(int signal) {
+  std::lock_guard lock(reapMutex_);
+  if (!reaped_) system_calls::sendSignal(pid_, signal);
+}
+
 std::vector<ProcessIdentity> CommandProcess::signalTree(int signal) const {
   const std::vector<pid_t> tree =
       process_listing::descendants(process_listing::parse(process_listing::read()), pid_);

@@ -43,6 +43,8 @@ class CommandProcess {
   // parent has died and it has been handed to another, whatever carries the mark now, then the
   // command.
   void kill(const std::vector<ProcessIdentity>& terminated);
+  // Sends `signal` to the command alone, while it is unreaped (so the pid is still its own).
+  void signalCommand(int signal);
 
   // The exit watcher's thread: waits for the command's end, reaps it, and posts its status (exit
   // code, or the number of the ending signal) to `onExit` on the main queue, with its hold on

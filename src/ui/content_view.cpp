@@ -89,8 +89,10 @@ ContentView::ContentView(QWidget* parent)
   // queued behind the one that changed the phase (the second click of a double click) meets
   // the new arrangement; lines and status, which may come by the thousand, wait for a frame.
   listenerId_ = model_->addListener([this](Model::Field field) {
-    if (field == Model::Field::phase || field == Model::Field::canCancel ||
-        field == Model::Field::offer) {
+    if (field == Model::Field::closed) {
+      emit flowClosed();
+    } else if (field == Model::Field::phase || field == Model::Field::canCancel ||
+               field == Model::Field::offer) {
       refresh();
     } else {
       scheduleRefresh();

@@ -35,6 +35,11 @@ class ContentView final : public QWidget {
   // The window has been closed: see Model::close().
   void closeFlow(std::function<void()> done);
 
+ signals:
+  // The flow is over for the window (a close, or the page opened): a window still shown goes.
+  void flowClosed();
+
+ public:
   // The title line: the headline when it is not empty, else "Kestravine".
   static QString titleFor(const std::string& headline);
   // `text` cut to at most `lines` lines at `width`, the last one ending in an ellipsis if cut.

@@ -21,6 +21,11 @@ MainWindow::MainWindow()
   layout->setContentsMargins(0, 0, 0, 0);
   layout->addWidget(content_);
   setFixedSize(content_->size());
+  // The flow may end by itself (the page opened while the service start still runs): the
+  // window goes as on a close, and the launcher ends once that command has ended.
+  connect(content_, &ContentView::flowClosed, this, [this] {
+    if (!closed_) close();
+  });
 }
 
 void MainWindow::present() {

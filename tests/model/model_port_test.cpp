@@ -7,6 +7,8 @@
 
 #include <thread>
 
+#include "model/readiness_wait.h"
+#include "support/held_port.h"
 #include "support/model_fixture.h"
 
 namespace kestravine::testing {
@@ -74,51 +76,30 @@ class ModelEnvBasePort : public ModelTest {
   void SetUp() override {
     ModelTest::SetUp();  // also for each fresh() world; the port stays held
     writeFile(home() + "/app/.zorvel/logs/monitor.log", log_);
-    if (holder_ >= 0) return;
-    holder_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    // The connections an earlier test's answers left in TIME_WAIT must not keep it from binding.
-    const int reuse = 1;
-    setsockopt(holder_, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
-    sockaddr_in address{AF_INET, htons(5199), {htonl(INADDR_LOOPBACK)}, {}};
-    if (bind(holder_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
+    if (!held_) held_ = std::make_unique<HeldPort>(5199);
+    if (!held_->bound())
       GTEST_SKIP() << "127.0.0.1:5199 is taken by another program, which could answer the probe";
     ASSERT_EQ(applicationPort(), 5199);
   }
   void TearDown() override {
-    if (answering_.joinable()) {
-      shutdown(holder_, SHUT_RDWR);
-      answering_.join();
-    }
-    close(holder_);
+    held_.reset();
     ModelTest::TearDown();
   }
   // The held port takes connections from now on, and answers none.
-  void listenOnly() { ASSERT_EQ(listen(holder_, 8), 0); }
+  void listenOnly() { held_->listenSilently(); }
   // From now on the held port answers every request with 200.
-  void answer() {
-    listenOnly();
-    answering_ = std::thread([fd = holder_] {
-      for (int c; (c = accept(fd, nullptr, nullptr)) >= 0; close(c)) {
-        char request[4096];
-        if (read(c, request, sizeof request) <= 0) continue;
-        const std::string ok = "HTTP/1.1 200 OK\r\nContent-Length: 0\r\nConnection: close\r\n\r\n";
-        if (write(c, ok.data(), ok.size()) < 0) continue;
-      }
-    });
-  }
-  // Runs until `probes` probes have failed, the pause after the last one still running.
+  void answer() { held_->answer(200); }
+  // Runs until the service start has ended and `probes` probes have failed after it, the pause
+  // after the last one still running.
   bool probeTimes(int probes) {
-    for (int i = 0; i < probes; ++i) {
-      if (i > 0) platform().advanceToNextTimer();
-      if (!platform().runUntil([] { return platform().pendingMainTimers() > 0; })) return false;
-    }
-    return true;
+    return platform().runUntil([&] { return !model->runs(); }) &&
+           elapse(ReadinessWait::kPause * probes - ReadinessWait::kWatchTick);
   }
   // Runs the flow to its end: the next probe, after its pause, opens or gives up.
   void expectDecidedByTheNextProbe(bool opens) {
     const Delay from = platform().now();
     ASSERT_TRUE(runToEnd());
-    EXPECT_EQ((opens ? platform().openedAt() : platform().now()) - from, std::chrono::seconds(2));
+    EXPECT_LE((opens ? platform().openedAt() : platform().now()) - from, ReadinessWait::kPause);
     EXPECT_EQ(opened(), opens ? 1 : 0);
     EXPECT_EQ(model->phase(), opens ? Phase::working : Phase::failed);
   }
@@ -129,9 +110,7 @@ class ModelEnvBasePort : public ModelTest {
                                           "line 4",           "line 5", "line 6", "line 7",
                                           "line 8",           "line 9", "line 10"};
 
- private:
-  int holder_ = -1;
-  std::thread answering_;
+  std::unique_ptr<HeldPort> held_;
 };
 
 std::vector<std::string> lastLines(const Model& model, std::size_t count) {
@@ -152,6 +131,7 @@ TEST_F(ModelEnvBasePort, GivesUpAtOnceWhenTheFailedStartLeftNothingRunning) {
   std::vector<std::string> expected{"npm: command not found", "启动命令没有成功，退出码 127。",
                                     "端口 5199 上没有程序在听。"};
   expected.insert(expected.end(), logTail_.begin(), logTail_.end());
+  expected.push_back("最后一次探测：端口 5199 上还没有程序在听。");
   EXPECT_THAT(lastLines(*model, expected.size()), ElementsAreArray(expected));
 }
 
@@ -199,6 +179,7 @@ TEST_F(ModelEnvBasePort, WaitsTheWholeCourseAfterAStartThatSucceeded) {
   EXPECT_EQ(platform().now() - from, std::chrono::seconds(90));
   std::vector<std::string> expected{"端口 5199 上没有程序在听。"};
   expected.insert(expected.end(), logTail_.begin(), logTail_.end());
+  expected.push_back("最后一次探测：端口 5199 上还没有程序在听。");
   EXPECT_THAT(std::vector<std::string>(model->lines().begin(), model->lines().end()),
               ElementsAreArray(expected));
 }

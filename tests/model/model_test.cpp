@@ -1,6 +1,7 @@
 #include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <netinet/in.h>
+#include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -235,6 +236,57 @@ TEST_F(ProbeTest, WithNoBrowserToAskTheWindowGivesTheAddressInstead) {
   settle();
   platform().advance(std::chrono::seconds(1));
   EXPECT_EQ(quits(), 0);
+}
+
+// The product already runs: the page opens while its start command still runs, whose later
+// lines show nothing; the window goes 0.8 s after the open, and the launcher ends only once the
+// start command has ended, never cutting it off.
+TEST_F(ProbeTest, OpensBesideTheStartAndEndsOnlyAfterIt) {
+  server::serve([](int) { return 200; });
+  const std::string gate = record() + "/gate";
+  ASSERT_EQ(mkfifo(gate.c_str(), 0600), 0);
+  installProduct("echo starting; read -r _ < '" + gate + "'; echo started; touch '" + record() +
+                 "/ended'");
+  model->check();
+  ASSERT_TRUE(platform().runUntil([&] { return model->status() == "打开了。"; }));
+  EXPECT_TRUE(model->runs());
+  EXPECT_FALSE(model->canCancel());
+  platform().advance(std::chrono::milliseconds(800));
+  EXPECT_TRUE(model->closed());
+  writeFile(gate, "go\n");
+  settle();
+  EXPECT_TRUE(std::filesystem::exists(record() + "/ended"));
+  EXPECT_EQ(model->status(), "打开了。");
+  EXPECT_EQ(opened(), 1);
+  EXPECT_EQ(quits(), 1);
+}
+
+// While the start command speaks, its lines are the status; once it has ended, what the last
+// probe saw, with cancel still offered. A cancel then stops the wait, and nothing the start left
+// running: those are the product's services.
+TEST_F(ProbeTest, TheWaitSaysWhatItSeesAndCanBeLeft) {
+  const std::string gate = record() + "/gate";
+  ASSERT_EQ(mkfifo(gate.c_str(), 0600), 0);
+  installProduct("echo starting; read -r _ < '" + gate + "'; setsid sleep 1000 </dev/null " +
+                 ">/dev/null 2>&1 & echo $! > '" + record() + "/left'");
+  model->check();
+  ASSERT_TRUE(
+      platform().runUntil([&] { return server::requests() > 0 && model->status() == "starting"; }));
+  settle(1);
+  EXPECT_EQ(model->status(), "starting");
+  writeFile(gate, "go\n");
+  const std::string seen =
+      "还在等Varnholt：端口 " + std::to_string(server::port()) + " 回答了 HTTP 503，还不能用。";
+  ASSERT_TRUE(platform().runUntil([&] { return !model->runs() && model->status() == seen; }));
+  EXPECT_TRUE(model->canCancel());
+  model->cancel();
+  EXPECT_EQ(model->failure(), "停下了。什么都没改坏，再点一次可以重来。");
+  platform().advance(std::chrono::seconds(11));
+  settle();
+  EXPECT_EQ(platform().pendingMainTimers(), 0u);
+  const pid_t left = std::stoi(readFile(record() + "/left"));
+  EXPECT_FALSE(isGone(left));
+  kill(left, SIGKILL);
 }
 
 // The suites below run in processes of their own with the environment their CTest entries set

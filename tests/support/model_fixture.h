@@ -82,19 +82,35 @@ class ModelTest : public ::testing::Test {
     install ? writeInstallScript(command) : installProduct(command);
     install ? model->install() : model->check();
     ASSERT_TRUE(platform().runUntil(
-        [&] { return lines ? model->lines().size() >= lines : !model->canCancel(); }));
+        [&] { return lines ? model->lines().size() >= lines : !model->runs(); }));
   }
 
   // Runs the flow until the launcher quits or fails, moving the virtual clock only when a timer
-  // of the main queue is all that can move it on. False if that does not happen in real time.
+  // of the main queue is all that can move it on: no command has anything on its way. False if
+  // that does not happen in real time.
   bool runToEnd() {
     auto finished = [&] { return quits() > 0 || model->phase() == Model::Phase::failed; };
     for (;;) {
-      if (!platform().runUntil([&] { return finished() || platform().pendingMainTimers() > 0; }))
+      if (!platform().runUntil([&] {
+            return finished() ||
+                   (platform().pendingMainTimers() > 0 && Child::reportsInFlight() == 0);
+          }))
         return false;
       if (finished()) return true;
       platform().advanceToNextTimer();
     }
+  }
+  // Moves the virtual clock on by `span`, one due timer at a time, each only once no command has
+  // anything on its way. False if the commands do not settle in real time.
+  static bool elapse(Delay span) {
+    const Delay until = platform().now() + span;
+    for (;;) {
+      if (!platform().runUntil([] { return Child::reportsInFlight() == 0; })) return false;
+      if (platform().pendingTimers() == 0 || platform().nextTimerAt() > until) break;
+      platform().advanceToNextTimer();
+    }
+    platform().advance(until - platform().now());
+    return true;
   }
   // Runs the main queue until every command's output and exit report have arrived, but for
   // `running` commands still under way: what a check of what did not happen must wait for.
