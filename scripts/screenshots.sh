@@ -50,4 +50,42 @@ KESTRAVINE_HOME="$work/older" KESTRAVINE_LAUNCHER_SHOT="$out/update.png" build/b
 KESTRAVINE_HOME="$work/older" KESTRAVINE_LAUNCHER_SHOT="$out/update-scale-2.png" QT_SCALE_FACTOR=2 \
   build/bin/kestravine-launcher
 KESTRAVINE_HOME="$work/older" build/bin/render_view "$out/update-dark.png" --dark
+# The wait for an installed product, once its start command has ended: nothing listens on the
+# port, something listens without answering, a server answers 500; at scale 1 and 2.
+mkdir -p "$work/waiting/app"
+echo '{"scripts": {"zorvel:up": "true"}}' >"$work/waiting/app/package.json"
+wait_shot() {
+  local name=$1 offset=$2
+  KESTRAVINE_HOME="$work/waiting" ZORVEL_PORT_OFFSET=$offset KESTRAVINE_LAUNCHER_SHOT="$out/$name.png" \
+    build/bin/kestravine-launcher
+  KESTRAVINE_HOME="$work/waiting" ZORVEL_PORT_OFFSET=$offset QT_SCALE_FACTOR=2 \
+    KESTRAVINE_LAUNCHER_SHOT="$out/$name-scale-2.png" build/bin/kestravine-launcher
+}
+free_offset() {
+  local offset
+  for _ in $(seq 1 50); do
+    offset=$((RANDOM % 19000 + 500))
+    (exec 3<>"/dev/tcp/127.0.0.1/$((5199 + offset))") 2>/dev/null || break
+  done
+  echo "$offset"
+}
+wait_shot waiting-nothing "$(free_offset)"
+offset=$(free_offset)
+(cd "$work/waiting/app" && exec python3 -c '
+import socket, sys, time
+s = socket.socket(); s.bind(("127.0.0.1", int(sys.argv[1]))); s.listen(16); time.sleep(60)' \
+  $((5199 + offset))) &
+sleep 0.5
+wait_shot waiting-silent "$offset"
+kill $! 2>/dev/null || true
+offset=$(free_offset)
+(cd "$work/waiting/app" && exec python3 -c '
+import http.server, sys
+class H(http.server.BaseHTTPRequestHandler):
+    def do_GET(self): self.send_response(500); self.send_header("Content-Length", "0"); self.end_headers()
+    def log_message(self, *a): pass
+http.server.HTTPServer(("127.0.0.1", int(sys.argv[1])), H).serve_forever()' $((5199 + offset))) &
+sleep 0.5
+wait_shot waiting-500 "$offset"
+kill $! 2>/dev/null || true
 ls -l "$out"

@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include "env/ctx.h"
+#include "model/launch_failure.h"
 #include "model/machine_words.h"
 #include "model/port_report.h"
 #include "model/readiness_wait.h"
@@ -134,16 +135,22 @@ std::function<void(std::string)> Model::appender() {
   };
 }
 
-void Model::startRun(const std::vector<std::string>& args, std::optional<std::string> cwd,
-                     std::map<std::string, std::string> extraEnv,
+void Model::startRun(launch_failure::Step step, const std::vector<std::string>& args,
+                     std::optional<std::string> cwd, std::map<std::string, std::string> extraEnv,
                      std::function<void(Model&, std::int32_t)> onExit) {
   // Replacing the child releases the previous one without stopping it.
   child_ = std::make_shared<Child>();
-  auto onRunExit = [weak = weak_from_this(), run = std::weak_ptr<Child>(child_),
+  auto onRunExit = [weak = weak_from_this(), run = std::weak_ptr<Child>(child_), step,
                     onExit = std::move(onExit)](std::int32_t status) {
     auto self = weak.lock();
     if (!self || !self->owns(run)) return;
-    if (self->finishRun()) onExit(*self, status);
+    const int launchError = run.lock()->launchError();
+    if (!self->finishRun()) return;
+    // Not started at all: no status to speak of, and no product that could answer.
+    if (launchError == 0) return onExit(*self, status);
+    if (self->wait_) self->wait_->cancel();
+    self->wait_.reset();
+    self->fail(launch_failure::text(step, launchError));
   };
   child_->start(kBash, args, std::move(cwd), std::move(extraEnv), appender(), onRunExit);
 }
@@ -217,8 +224,8 @@ void Model::startServices() {
   // Whether the services came up is the wait's to decide, and it begins beside the start: a
   // product that already runs answers at once. The exit status only lets the wait give up early
   // when nothing can answer any more.
-  startRun(serviceStartArgs(), Ctx::kestravineHome() + "/app", std::move(extraEnv),
-           [](Model& self, std::int32_t status) {
+  startRun(launch_failure::Step::serviceStart, serviceStartArgs(), Ctx::kestravineHome() + "/app",
+           std::move(extraEnv), [](Model& self, std::int32_t status) {
              if (!self.wait_) return;
              self.wait_->serviceStartEnded(status);
              self.showSight();
@@ -251,8 +258,8 @@ void Model::install() {
   for (const char* name : {"KESTRAVINE_HOME", "KESTRAVINE_SKIP_ATTEST"}) {
     if (auto it = Ctx::env().find(name); it != Ctx::env().end()) extraEnv.emplace(name, it->second);
   }
-  startRun({script, "--from", dir + "/" + tarball}, std::nullopt, std::move(extraEnv),
-           [](Model& self, std::int32_t status) {
+  startRun(launch_failure::Step::install, {script, "--from", dir + "/" + tarball}, std::nullopt,
+           std::move(extraEnv), [](Model& self, std::int32_t status) {
              if (status == 0) {
                self.waitForReadiness(std::nullopt);
              } else {

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "model/launch_failure.h"
 #include "process/step_mark.h"
 
 namespace kestravine {
@@ -149,9 +150,10 @@ class Model : public std::enable_shared_from_this<Model> {
   bool finishRun();
 
   // Starts `child_` anew for a service start or an install; the exit handler runs only for
-  // the run it belongs to, so a cancelled run's late exit changes nothing.
-  void startRun(const std::vector<std::string>& args, std::optional<std::string> cwd,
-                std::map<std::string, std::string> extraEnv,
+  // the run it belongs to, so a cancelled run's late exit changes nothing, and only for a run
+  // that was started: one that could not be fails with the reason.
+  void startRun(launch_failure::Step step, const std::vector<std::string>& args,
+                std::optional<std::string> cwd, std::map<std::string, std::string> extraEnv,
                 std::function<void(Model&, std::int32_t)> onExit);
   std::function<void(std::string)> appender();
 

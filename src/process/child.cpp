@@ -67,6 +67,7 @@ void Child::start(const std::string& program, const std::vector<std::string>& ar
       waitForExit(spawned.pid);
     }
   }
+  launchError_ = error;
   platform().post([onLine, line = "起不来：" + program] { onLine(line); });
   platform().post([onLine, line = "原因：" + system_calls::describeError(error)] { onLine(line); });
   platform().post([onExit = std::move(onExit)] { onExit(127); });

@@ -80,6 +80,9 @@ class Child {
   // The design's name, which means "was launched": true from a successful launch on, also
   // after the command has ended.
   bool isRunning() const;
+  // Why the command could not be started (an errno value: no process, pipe or thread to be
+  // had), once start() has returned; 0 when it was started. Main thread.
+  int launchError() const { return launchError_; }
 
   // Every process descending from `root` according to "/bin/ps", `root` excluded, each once.
   // Any thread.
@@ -89,6 +92,7 @@ class Child {
   std::shared_ptr<CommandProcess> proc_;
   mutable std::mutex lock_;
   bool runningFlag_ = false;  // guarded by lock_
+  int launchError_ = 0;
 };
 
 }  // namespace kestravine

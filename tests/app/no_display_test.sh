@@ -126,9 +126,17 @@ done
 
 # A system that refuses the launcher a thread from the start (a process limit, which only binds
 # a user other than root): one Chinese line naming the reason, and 1; never an abort.
-if ((EUID == 0)); then
+# The user is one of the test's own, which no other process runs as, so nothing outside the test
+# counts towards the limit.
+other=$( ((EUID == 0)) && bash "$(dirname "${BASH_SOURCE[0]}")/../support/unused_uid.sh" || true)
+if [[ -n $other ]] &&
+  ! setpriv --reuid="$other" --regid="$other" --clear-groups test -x "$launcher"; then
+  echo "skipped: no thread to be had (uid $other cannot run $launcher: a folder on its way is closed)"
+  other=""
+fi
+if [[ -n $other ]]; then
   status=0
-  timeout -s KILL 60 setpriv --reuid=65534 --regid=65534 --clear-groups \
+  timeout -s KILL 60 setpriv --reuid="$other" --regid="$other" --clear-groups \
     env -i HOME=/nonexistent QT_QPA_PLATFORM=offscreen prlimit --nproc=1 "$launcher" \
     >"$scratch/out" 2>"$scratch/err" || status=$?
   if [[ $status == 1 ]] && ! grep -q terminate "$scratch/err" &&
@@ -145,7 +153,7 @@ if ((EUID == 0)); then
     limited=$scratch/limited-$limit
     install -d -m 0777 "$limited"
     status=0
-    timeout -s KILL 60 setpriv --reuid=65534 --regid=65534 --clear-groups \
+    timeout -s KILL 60 setpriv --reuid="$other" --regid="$other" --clear-groups \
       env -i HOME="$limited" QT_QPA_PLATFORM=offscreen KESTRAVINE_HOME="$limited/home" \
       KESTRAVINE_LAUNCHER_AUTOSTART=1 KESTRAVINE_LAUNCHER_SHOT="$limited/shot.png" \
       prlimit --nproc=$limit "$launcher" >"$scratch/out" 2>"$scratch/err" || status=$?
@@ -157,7 +165,7 @@ if ((EUID == 0)); then
       failures=$((failures + 1))
     fi
   done
-else
+elif ((EUID != 0)); then
   echo "skipped: no thread to be had (a process limit binds only a user other than root here)"
 fi
 ((failures == 0)) || { echo "$failures failed"; exit 1; }

@@ -6,10 +6,12 @@
 #include <unistd.h>
 
 #include "support/model_fixture.h"
+#include "system/system_calls.h"
 
 namespace kestravine::testing {
 namespace {
 
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 using ::testing::HasSubstr;
@@ -287,6 +289,31 @@ TEST_F(ProbeTest, TheWaitSaysWhatItSeesAndCanBeLeft) {
   const pid_t left = std::stoi(readFile(record() + "/left"));
   EXPECT_FALSE(isGone(left));
   kill(left, SIGKILL);
+}
+
+// An install or a service start that could not be started at all (here: no thread for its output
+// reader) fails at once with what could not be started and why, never with an exit status; the
+// runner's lines stay in the details, and nothing probes.
+TEST_F(ModelTest, ACommandThatCouldNotBeStartedSaysWhy) {
+  static const auto realStart = system_calls::startThread;
+  for (bool install : {true, false}) {
+    fresh();
+    install ? writeInstallScript("exit 0") : installProduct("exit 0");
+    system_calls::startThread = [](std::function<void()>) {
+      throw std::system_error(EAGAIN, std::generic_category());
+    };
+    install ? model->install() : model->check();
+    system_calls::startThread = realStart;
+    ASSERT_TRUE(platform().runUntil([&] { return model->phase() == Phase::failed; }));
+    EXPECT_EQ(
+        model->failure(),
+        std::string(install ? "没能开始安装：" : "没能启动Varnholt的服务：") +
+            "系统不让再开新的进程（EAGAIN）。关掉一些程序后再试一次；不行就把下面的详情发给我。");
+    EXPECT_THAT(model->lines(), Contains("起不来：/bin/bash"));
+    platform().advance(std::chrono::seconds(2));
+    settle();
+    EXPECT_EQ(platform().pendingMainTimers(), 0u);
+  }
 }
 
 // The suites below run in processes of their own with the environment their CTest entries set

@@ -173,10 +173,12 @@ TEST_F(PortOwnerTest, APortNobodyListensOnHasNoOwner) {
 }
 
 // Another user's socket is never the product, whatever ties it; root's socket, seen by another
-// user, cannot be told. Needs root to act as another user (uid 65534, "nobody").
+// user, cannot be told. Needs root to act as another user (one of the test's own).
 TEST_F(PortOwnerTest, AnotherUsersSocketIsNeverTheProduct) {
   if (::geteuid() != 0) GTEST_SKIP() << "only root can run a process as another user here";
-  constexpr const char* kOther = "65534";
+  const uid_t other = testing::unusedUid();
+  ASSERT_NE(other, 0u);
+  const std::string kOther = std::to_string(other);
   const std::vector<std::string> asOther{"--reuid", kOther, "--regid", kOther, "--clear-groups"};
   fs::permissions(scratch(), fs::perms::others_read | fs::perms::others_exec,
                   fs::perm_options::add);
@@ -189,10 +191,10 @@ TEST_F(PortOwnerTest, AnotherUsersSocketIsNeverTheProduct) {
   if (theirs.port == 0) GTEST_SKIP() << "setpriv could not start the helper as uid " << kOther;
   const PortOwner owner = PortOwner::of(theirs.port, home());
   EXPECT_EQ(owner.kind, Kind::otherUser);
-  EXPECT_EQ(owner.uid, 65534u);
+  EXPECT_EQ(owner.uid, other);
   EXPECT_EQ(owner.pid, -1);
 
-  // This process's own socket, as uid 65534 sees it: root's.
+  // This process's own socket, as the other user sees it: root's.
   Listener ours;
   startListening(ours, {TEST_HELPER, {"listen", "127.0.0.1"}, std::nullopt, std::nullopt, -1});
   args = asOther;

@@ -1,10 +1,15 @@
 #include "support/processes.h"
 
 #include <fcntl.h>
+#include <pwd.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
+#include <fstream>
+#include <random>
+#include <set>
+#include <sstream>
 #include <thread>
 
 #include "support/test_platform.h"
@@ -79,6 +84,24 @@ std::string waitForNoMarkedProcess() {
     names += " " + std::to_string(pid) + ":" +
              readFile("/proc/" + std::to_string(pid) + "/cmdline").c_str();
   return names;
+}
+
+uid_t unusedUid() {
+  std::set<uid_t> taken;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+    std::ifstream status(entry.path() / "status");
+    for (std::string line; std::getline(status, line);) {
+      if (!line.starts_with("Uid:")) continue;
+      std::istringstream ids(line.substr(4));
+      for (uid_t id; ids >> id;) taken.insert(id);
+    }
+  }
+  std::mt19937 random(std::random_device{}());
+  for (int tries = 0; tries < 200; ++tries) {
+    const uid_t uid = 61000 + static_cast<uid_t>(random() % 4000);
+    if (!taken.contains(uid) && getpwuid(uid) == nullptr) return uid;
+  }
+  return 0;
 }
 
 }  // namespace kestravine::testing

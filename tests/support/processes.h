@@ -21,6 +21,8 @@ std::vector<pid_t> markedProcesses();
 bool eventually(const std::function<bool()>& done);
 // Waits until no marked process is left; returns what is left, as "pid:command" words.
 std::string waitForNoMarkedProcess();
+// A uid that no account names and no process runs as, for a test that acts as another user.
+uid_t unusedUid();
 // True when no live process has this pid (gone, or a zombie awaiting its reaper).
 bool isGone(pid_t pid);
 
