@@ -10,7 +10,7 @@ packages=(
   curl procps bash iproute2
   xvfb xauth x11-apps x11-utils imagemagick openbox xdotool
   fonts-noto-cjk libqt6svg6
-  zenity yad time libxcb1-dev
+  zenity yad time libxcb1-dev strace
   desktop-file-utils lintian appstream
   # The Wayland platform, which the launcher runs on natively, and a compositor that runs
   # without a screen, for the end-to-end test on Wayland.

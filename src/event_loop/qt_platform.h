@@ -14,13 +14,16 @@ namespace kestravine {
 // The platform of the Qt application: the main queue is drained on the GUI thread, delays are
 // Qt timers, URLs open in the desktop's browser, quitting ends the Qt event loop.
 //
-// Threading: construct on the GUI thread after QApplication. post() from any thread: it only
-// appends to the queue and, once per batch, wakes the GUI thread through a WakePipe, so no other
-// thread ever touches a Qt object. Everything else on the GUI thread. Meant to live until the
-// process ends (never destroyed), so that threads still running at exit can post harmlessly.
+// Threading: construct on the GUI thread after QApplication, and check error() before use. post()
+// from any thread: it only appends to the queue and, once per batch, wakes the GUI thread through a
+// WakePipe, so no other thread ever touches a Qt object. Everything else on the GUI thread. Meant
+// to live until the process ends (never destroyed), so that threads still running at exit can post
+// harmlessly.
 class QtPlatform final : public QObject, public Platform {
  public:
   QtPlatform();
+  // Why the platform cannot work (errno of its wake-up pipe); 0 when it can.
+  int error() const { return wake_.isValid() ? 0 : wake_.error(); }
 
   void post(Task task) override;
   void postAfter(Delay delay, Task task) override;

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <QSocketNotifier>
+#include <cerrno>
 
 #include "system/system_calls.h"
 
@@ -14,7 +15,10 @@ namespace kestravine {
 WakePipe::WakePipe(std::function<void(std::string_view bytes)> onWake, QObject* parent)
     : QObject(parent) {
   auto pipe = system_calls::makePipe(O_NONBLOCK);
-  if (!pipe) return;
+  if (!pipe) {
+    error_ = errno;
+    return;
+  }
   read_ = std::move(pipe->read);
   write_ = std::move(pipe->write);
   notifier_ = new QSocketNotifier(read_.get(), QSocketNotifier::Read, this);

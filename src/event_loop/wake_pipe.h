@@ -21,8 +21,9 @@ class WakePipe final : public QObject {
   explicit WakePipe(std::function<void(std::string_view bytes)> onWake, QObject* parent = nullptr);
   ~WakePipe() override;
 
-  // False if the system had no descriptor left for the pipe.
+  // False if the system had no descriptor left for the pipe; error() then says why (errno).
   bool isValid() const { return static_cast<bool>(write_); }
+  int error() const { return error_; }
   // For a signal handler, which may only call write() on it.
   int writeFd() const { return write_.get(); }
   // Writes `byte`; a full pipe already guarantees a wake-up, so a failed write loses nothing.
@@ -35,6 +36,7 @@ class WakePipe final : public QObject {
   UniqueFd read_;
   UniqueFd write_;
   QSocketNotifier* notifier_ = nullptr;
+  int error_ = 0;
 };
 
 }  // namespace kestravine

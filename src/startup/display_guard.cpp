@@ -1,5 +1,7 @@
 #include "startup/display_guard.h"
 
+#include <functional>
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -29,6 +31,7 @@ struct Guarded {
   UniqueFd held;
   std::vector<Attempt> attempts;
   std::string forcedPlugin;
+  std::function<void()> beforeExit;
 };
 
 Guarded* guarded = nullptr;
@@ -78,6 +81,7 @@ void noteAttempt(const QString& message) {
   const std::string line = "kestravine-launcher：连不上可以显示窗口的桌面（" + tried +
                            described("DISPLAY") + "，" + described("WAYLAND_DISPLAY") + "）。\n";
   system_calls::writeAll(guarded->stderrCopy ? guarded->stderrCopy.get() : STDERR_FILENO, line);
+  if (guarded->beforeExit) guarded->beforeExit();
   // Not abort(): a missing desktop is no crash, and leaves no core behind.
   std::_Exit(1);
 }
@@ -92,9 +96,10 @@ void onMessage(QtMsgType type, const QMessageLogContext& context, const QString&
 
 }  // namespace
 
-DisplayGuard::DisplayGuard(std::string forcedPlugin) {
+DisplayGuard::DisplayGuard(std::string forcedPlugin, std::function<void()> beforeExit) {
   guarded = new Guarded;
   guarded->forcedPlugin = std::move(forcedPlugin);
+  guarded->beforeExit = std::move(beforeExit);
   // A file rather than a pipe: nothing written during start-up can block on a full buffer.
   guarded->held = system_calls::makeMemoryFile("kestravine-held-stderr");
   if (guarded->held) {

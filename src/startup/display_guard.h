@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 
 namespace kestravine {
@@ -21,8 +22,9 @@ namespace kestravine {
 class DisplayGuard {
  public:
   // `forcedPlugin`: the display plugin asked for by QT_QPA_PLATFORM or -platform, if any; named
-  // when Qt's own messages name none.
-  explicit DisplayGuard(std::string forcedPlugin);
+  // when Qt's own messages name none. `beforeExit` runs right before the process ends (it
+  // removes the one-launcher guard's files, which no destructor will).
+  explicit DisplayGuard(std::string forcedPlugin, std::function<void()> beforeExit = {});
   ~DisplayGuard();
   DisplayGuard(const DisplayGuard&) = delete;
   DisplayGuard& operator=(const DisplayGuard&) = delete;

@@ -18,6 +18,7 @@
 #include "event_loop/qt_platform.h"
 #include "event_loop/termination_signals.h"
 #include "startup/command_line.h"
+#include "startup/descriptor_limit.h"
 #include "startup/display_guard.h"
 #include "startup/single_instance.h"
 #include "startup/toolkit_messages.h"
@@ -55,6 +56,12 @@ int main(int argc, char** argv) {
   ::signal(SIGPIPE, SIG_IGN);
   if (const std::optional<int> status = kestravine::answerCommandLine(argc, argv)) {
     return *status;
+  }
+  // Too few descriptors fail deep in the toolkit, as an unreachable desktop or a signal: the
+  // true reason is said here, before any of it starts.
+  if (const std::optional<long> limit = kestravine::descriptor_limit::ensure()) {
+    std::fputs(kestravine::descriptor_limit::shortage(*limit, EMFILE).c_str(), stderr);
+    return 1;
   }
   const std::string forced = forcedPlugin(argc, argv);
   if (!hasDisplay(forced)) {
@@ -94,7 +101,10 @@ int main(int argc, char** argv) {
     // (a cancel's SIGKILL follow-up included), then the launcher ends with 0.
     std::fputs("kestravine-launcher：桌面断开了，窗口已经没了；等正在运行的命令结束后退出。\n",
                stderr);
-    if (qtPlatform == nullptr || shown == nullptr) std::_Exit(1);  // lost before there was a window
+    if (qtPlatform == nullptr || shown == nullptr) {  // lost before there was a window
+      instance.leave();
+      std::_Exit(1);
+    }
     shown->closeWithoutDisplay();
     qtPlatform->runWithoutDisplayUntilQuit();
     instance.leave();
@@ -102,7 +112,8 @@ int main(int argc, char** argv) {
   });
   // Until the window exists: the display plugin fails either when the application connects or, for
   // some, when the first window is created.
-  std::optional<kestravine::DisplayGuard> guard(std::in_place, forced);
+  std::optional<kestravine::DisplayGuard> guard(std::in_place, forced,
+                                                [&instance] { instance.leave(); });
   QApplication app(argc, argv);
   QApplication::setApplicationName(QStringLiteral("Kestravine"));
   QApplication::setDesktopFileName(QStringLiteral("kestravine-launcher"));
@@ -112,6 +123,17 @@ int main(int argc, char** argv) {
   QApplication::setQuitOnLastWindowClosed(false);
   // Never destroyed: output readers still running when the application ends may yet post.
   auto* platform = new kestravine::QtPlatform;
+  if (const int error = platform->error()) {
+    guard.reset();
+    std::fputs((error == EMFILE || error == ENFILE
+                    ? kestravine::descriptor_limit::shortage(
+                          kestravine::descriptor_limit::current(), error)
+                    : "kestravine-launcher：窗口没法工作：" +
+                          kestravine::system_calls::describeError(error) + "。\n")
+                   .c_str(),
+               stderr);
+    return 1;
+  }
   kestravine::installPlatform(*platform);
   qtPlatform = platform;
 

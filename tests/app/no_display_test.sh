@@ -124,6 +124,55 @@ PY
   fi
 done
 
+# Too few descriptors, by the limit (swept) or by the first pipe the system refuses: one Chinese
+# line naming the cause and the limit, and 1, never a signal nor the desktop's line; the guard's
+# files are gone afterwards. From the limit the launcher needs on, it starts.
+limits="
+8  | 1 | 最多只能同时打开 8 个文件，至少要 32 个
+9  | 1 | 最多只能同时打开 9 个文件
+11 | 1 | 最多只能同时打开 11 个文件
+12 | 1 | 最多只能同时打开 12 个文件
+13 | 1 | 最多只能同时打开 13 个文件
+20 | 1 | 最多只能同时打开 20 个文件
+31 | 1 | 最多只能同时打开 31 个文件
+32 | 0 |
+64 | 0 |
+"
+while IFS='|' read -r n expected said; do
+  n=$(echo $n) expected=$(echo $expected) said=$(echo $said)
+  [[ -n $n ]] || continue
+  status=0
+  rm -f "$scratch/shot.png"
+  (ulimit -n "$n" && exec env -i HOME="$scratch/home" XDG_RUNTIME_DIR="$rt" QT_QPA_PLATFORM=offscreen \
+    KESTRAVINE_HOME="$scratch/product" KESTRAVINE_LAUNCHER_SHOT="$scratch/shot.png" "$launcher") \
+    >"$scratch/out" 2>"$scratch/err" || status=$?
+  left=$(ls "$rt/kestravine-launcher" 2>/dev/null || true)
+  if [[ $status == "$expected" && -z $left ]] &&
+    { [[ $expected == 0 && -s $scratch/shot.png ]] ||
+      grep -q "^kestravine-launcher：能同时打开的文件不够用（EMFILE）：.*$said" "$scratch/err"; }; then
+    echo "ok   ulimit -n $n: status $status"
+  else
+    echo "FAIL ulimit -n $n: status $status, left: $left, said: $(cat "$scratch/err")"
+    failures=$((failures + 1))
+  fi
+done <<<"$limits"
+if command -v strace >/dev/null; then
+  status=0
+  env -i HOME="$scratch/home" XDG_RUNTIME_DIR="$rt" QT_QPA_PLATFORM=offscreen \
+    KESTRAVINE_HOME="$scratch/product" strace -f -o /dev/null -e trace=pipe2 \
+    -e inject=pipe2:error=EMFILE:when=1 "$launcher" >"$scratch/out" 2>"$scratch/err" || status=$?
+  left=$(ls "$rt/kestravine-launcher" 2>/dev/null || true)
+  if [[ $status == 1 && -z $left ]] &&
+    grep -q '^kestravine-launcher：能同时打开的文件不够用（EMFILE）：已经用到上限' "$scratch/err"; then
+    echo "ok   the first pipe refused: $(cat "$scratch/err")"
+  else
+    echo "FAIL the first pipe refused: status $status, left: $left, said: $(cat "$scratch/err")"
+    failures=$((failures + 1))
+  fi
+else
+  echo "skipped: the first pipe refused (no strace)"
+fi
+
 # A system that refuses the launcher a thread from the start (a process limit, which only binds
 # a user other than root): one Chinese line naming the reason, and 1; never an abort.
 # The user is one of the test's own, which no other process runs as, so nothing outside the test
