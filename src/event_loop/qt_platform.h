@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <QObject>
 #include <chrono>
 #include <map>
@@ -28,7 +30,7 @@ class QtPlatform final : public QObject, public Platform {
   void post(Task task) override;
   void postAfter(Delay delay, Task task) override;
   void runInBackgroundAfter(Delay delay, Task task) override;
-  bool openUrl(const std::string& url) override;
+  void openUrl(const std::string& url, std::function<void(bool)> done) override;
   void quit() override;
 
   // The display has gone: runs the main queue and the due background tasks on this thread
@@ -38,6 +40,7 @@ class QtPlatform final : public QObject, public Platform {
 
  private:
   void drain();
+  void watchOpener(pid_t pid, std::function<void(bool)> done);
 
   WakePipe wake_;
   MainQueue queue_;

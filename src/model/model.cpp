@@ -310,19 +310,40 @@ bool Model::refuse(const PortOwner& owner) {
 }
 
 void Model::openAndQuit() {
-  if (!Ctx::switchedOn("KESTRAVINE_NO_OPEN") && !platform().openUrl(applicationAddress())) {
-    // Quitting now would leave the user with nothing: the window stays and gives the address,
-    // on a line of its own so that it is never broken.
-    fail("Varnholt已经起来了，但没能打开浏览器。请在浏览器里打开：\n" + applicationAddress());
-    return;
+  // The launcher ends 0.8 s after the browser was asked, once the opener has said that it
+  // worked; an opener that failed leaves the window with the address instead.
+  auto weak = weak_from_this();
+  if (Ctx::switchedOn("KESTRAVINE_NO_OPEN")) {
+    opener_ = Opener::opened;
+  } else {
+    opener_ = Opener::asked;
+    platform().openUrl(applicationAddress(), [weak](bool opened) {
+      auto self = weak.lock();
+      if (!self || self->closed_) return;
+      if (!opened) {
+        // Quitting now would leave the user with nothing: the window stays and gives the
+        // address, on a line of its own so that it is never broken.
+        self->opener_ = Opener::failed;
+        return self->fail("Varnholt已经起来了，但没能打开浏览器。请在浏览器里打开：\n" +
+                          applicationAddress());
+      }
+      self->opener_ = Opener::opened;
+      if (self->quitDue_) self->leave();
+    });
   }
-  // The launcher ends as after a close of the window: a service start still running is let
-  // finish (a product that already ran answers before its start command is done), and a
-  // cancelled tree's SIGKILL still due is carried out first.
-  platform().postAfter(kQuitDelay, [weak = weak_from_this()] {
-    if (auto self = weak.lock()) return self->close([] { platform().quit(); });
-    Child::afterPendingKills([] { platform().quit(); });
+  platform().postAfter(kQuitDelay, [weak] {
+    auto self = weak.lock();
+    if (!self) return Child::afterPendingKills([] { platform().quit(); });
+    self->quitDue_ = true;
+    if (self->opener_ == Opener::opened) self->leave();
   });
+}
+
+void Model::leave() {
+  // As after a close of the window: a service start still running is let finish (a product
+  // that already ran answers before its start command is done), and a cancelled tree's SIGKILL
+  // still due is carried out first.
+  close([] { platform().quit(); });
 }
 
 void Model::autostart() {

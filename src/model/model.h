@@ -139,6 +139,8 @@ class Model : public std::enable_shared_from_this<Model> {
   // What the wait's last probe saw becomes the status, once no run speaks.
   void showSight();
   void openAndQuit();
+  // The flow is done: the window goes, and the launcher ends once nothing runs any more.
+  void leave();
   // When a program that is not the product holds the port, fails with a text that names it and
   // returns true.
   bool refuse(const PortOwner& owner);
@@ -176,6 +178,10 @@ class Model : public std::enable_shared_from_this<Model> {
   std::shared_ptr<ReadinessWait> wait_;
   // The page has been opened: a service start still running shows nothing more.
   bool opened_ = false;
+  // What the desktop's opener said of the page, and whether the 0.8 s after asking it are over.
+  enum class Opener { none, asked, opened, failed };
+  Opener opener_ = Opener::none;
+  bool quitDue_ = false;
   bool closed_ = false;
   std::function<void()> whenClosed_;
 

@@ -24,9 +24,11 @@ class Platform {
   virtual void postAfter(Delay delay, Task task) = 0;
   // Runs the task off the main thread no earlier than `delay` from now. Cannot be cancelled.
   virtual void runInBackgroundAfter(Delay delay, Task task) = 0;
-  // Asks the desktop to open the address in the default browser. False when nothing could be
-  // asked (no opener, or none could be started); what the browser then does is not known.
-  virtual bool openUrl(const std::string& url) = 0;
+  // Asks the desktop to open the address in the default browser. `done` runs on the main queue,
+  // once, never from inside the call: false when the opener could not be started or said it
+  // failed, true when it succeeded or still runs after a short, bounded time (an opener that
+  // holds the browser in the foreground).
+  virtual void openUrl(const std::string& url, std::function<void(bool opened)> done) = 0;
   // Ends the application through the toolkit's normal shutdown.
   virtual void quit() = 0;
 };

@@ -2,16 +2,20 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <filesystem>
+#include <fstream>
 #include <map>
+#include <optional>
 #include <system_error>
 #include <thread>
 
 #include "event_loop/wake_pipe.h"
 #include "process/child.h"
+#include "support/processes.h"
 #include "support/ui_wait.h"
 #include "system/system_calls.h"
 
@@ -68,6 +72,34 @@ TEST(QtPlatform, TheLaunchersPipesReachNoProgramItStarts) {
   }
   EXPECT_GE(pipes, 3);  // the wake-up's two ends, and the command's output
   running.cancel();
+}
+
+// The page counts as opened only when the desktop's opener says so: exit 0, or still running
+// after a short while (it holds the browser in the foreground); an opener that fails, or none
+// at all on a desktop that cannot open addresses (offscreen), leaves the launcher to say so.
+TEST(QtPlatform, TheOpenerSaysWhetherThePageOpened) {
+  auto* qt = new QtPlatform;  // never destroyed, like the application's
+  const std::string bin = std::string(TEST_SCRATCH) + "/opener-bin";
+  std::filesystem::create_directories(bin);
+  const std::string path = std::getenv("PATH");
+  const std::string holds = "echo $$ > '" + bin + "/pid'; exec sleep 30";
+  const std::pair<const char*, bool> table[] = {
+      {"exit 0", true}, {"exit 3", false}, {holds.c_str(), true}, {nullptr, false}};
+  for (const auto& [body, expected] : table) {
+    std::filesystem::remove(bin + "/xdg-open");
+    if (body != nullptr) {
+      std::ofstream(bin + "/xdg-open") << "#!/bin/sh\n" << body << "\n";
+      std::filesystem::permissions(bin + "/xdg-open", std::filesystem::perms::owner_all);
+    }
+    setenv("PATH", (bin + ":" + (body ? path : std::string("/nonexistent"))).c_str(), 1);
+    std::optional<bool> opened;
+    qt->openUrl("http://127.0.0.1:5199/home/", [&](bool o) { opened = o; });
+    setenv("PATH", path.c_str(), 1);
+    EXPECT_FALSE(opened.has_value());  // never from inside the call
+    ASSERT_TRUE(testing::waitFor([&] { return opened.has_value(); })) << (body ? body : "none");
+    EXPECT_EQ(*opened, expected) << (body ? body : "none");
+  }
+  ::kill(std::stoi(testing::readFile(bin + "/pid")), SIGKILL);
 }
 
 }  // namespace

@@ -37,11 +37,12 @@ std::size_t VirtualPlatform::pendingMainTimers() const {
       timers_.begin(), timers_.end(), [](const auto& timer) { return !timer.second.background; }));
 }
 
-bool VirtualPlatform::openUrl(const std::string& url) {
-  if (!canOpen_) return false;
-  openedUrls_.push_back(url);
-  openedAt_ = now_;
-  return true;
+void VirtualPlatform::openUrl(const std::string& url, std::function<void(bool)> done) {
+  if (canOpen_) {
+    openedUrls_.push_back(url);
+    openedAt_ = now_;
+  }
+  post([done = std::move(done), opened = canOpen_] { done(opened); });
 }
 
 void VirtualPlatform::quit() {

@@ -26,8 +26,8 @@ class VirtualPlatform final : public Platform {
   void post(Task task) override;
   void postAfter(Delay delay, Task task) override;
   void runInBackgroundAfter(Delay delay, Task task) override;
-  bool openUrl(const std::string& url) override;
-  // Whether openUrl() finds something to ask; true unless a test says otherwise.
+  void openUrl(const std::string& url, std::function<void(bool)> done) override;
+  // Whether the opener succeeds; true unless a test says otherwise.
   void setCanOpen(bool canOpen) { canOpen_ = canOpen; }
   void quit() override;
 
