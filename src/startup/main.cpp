@@ -26,6 +26,7 @@
 #include "system/system_calls.h"
 #include "ui/content_view.h"
 #include "ui/style.h"
+#include "window/elsewhere_notice.h"
 #include "window/main_window.h"
 #include "window/snapshot.h"
 #include "window/window_icon.h"
@@ -73,7 +74,11 @@ int main(int argc, char** argv) {
   }
   // One launcher per product home: a later one only brings the first one's window forward.
   kestravine::SingleInstance instance(kestravine::Ctx::canonicalHome());
-  if (instance.answer() != kestravine::SingleInstance::Answer::first) return instance.report();
+  // A launch on another desktop gets a word on its own desktop, which needs the toolkit.
+  const bool elsewhere = instance.answer() == kestravine::SingleInstance::Answer::elsewhere;
+  if (instance.answer() != kestravine::SingleInstance::Answer::first && !elsewhere) {
+    return instance.report();
+  }
   // Qt reads the font configuration the first time it needs a font, which for this window is
   // before it can be shown; reading it on the toolkit's own thread, while the application
   // connects to the display, takes that off the way to the window (fontconfig's initialisation
@@ -138,6 +143,14 @@ int main(int argc, char** argv) {
   qtPlatform = platform;
 
   faces.wait();  // Qt's font database fills at the window's first text
+  if (elsewhere) {
+    kestravine::ElsewhereNotice notice(QString::fromStdString(instance.elsewhereText()));
+    notice.show();
+    guard.reset();
+    instance.report();
+    notice.exec();
+    return 0;
+  }
   kestravine::MainWindow window;
   shown = &window;
   kestravine::TerminationSignals termination([&window] { window.close(); });

@@ -39,6 +39,7 @@ constexpr const char* kGuardFolder = "kestravine-launcher";
 // The first launcher's answers (see the header's table).
 constexpr std::string_view kShown = "shown\n";
 constexpr std::string_view kFinishing = "finishing\n";
+constexpr std::string_view kElsewhere = "elsewhere ";
 
 // The folder `name` in `parent`, made if missing (with `mode`), opened without following a link
 // and checked through its descriptor: the user's own, and writable by nobody else (with
@@ -121,7 +122,7 @@ UniqueFd listenAt(int folder, const std::string& name) {
   return fd;
 }
 
-std::optional<SingleInstance::Answer> askFirst(const std::string& path) {
+std::optional<SingleInstance::Answer> askFirst(const std::string& path, std::string& elsewhere) {
   const auto address = socketAddress(path);
   if (!address) return std::nullopt;
   const UniqueFd fd(SYSTEM_CALL(socket)(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
@@ -129,7 +130,8 @@ std::optional<SingleInstance::Answer> askFirst(const std::string& path) {
                                   sizeof *address) != 0)
     return std::nullopt;
   const char* token = std::getenv("XDG_ACTIVATION_TOKEN");
-  const std::string request = std::string(token ? token : "") + "\n";
+  const std::string request =
+      std::string(token ? token : "") + "\t" + SingleInstance::thisDesktop() + "\n";
   (void)!SYSTEM_CALL(send)(fd.get(), request.data(), request.size(), MSG_NOSIGNAL);
   std::string reply;
   const auto deadline =
@@ -150,6 +152,11 @@ std::optional<SingleInstance::Answer> askFirst(const std::string& path) {
   }
   if (reply.starts_with(kFinishing)) return SingleInstance::Answer::finishing;
   if (reply.starts_with(kShown)) return SingleInstance::Answer::shown;
+  if (const std::size_t end = reply.find('\n');
+      reply.starts_with(kElsewhere) && end != std::string::npos) {
+    elsewhere = reply.substr(kElsewhere.size(), end - kElsewhere.size());
+    return SingleInstance::Answer::elsewhere;
+  }
   return SingleInstance::Answer::unknown;
 }
 
@@ -182,7 +189,7 @@ SingleInstance::SingleInstance(const std::string& home) {
       listener_ = listenAt(folder_.get(), socketName_);
       return;
     }
-    if (auto answer = askFirst(inFolder(folder_.get(), socketName_))) {
+    if (auto answer = askFirst(inFolder(folder_.get(), socketName_), elsewhere_)) {
       answer_ = *answer;
       return;
     }
@@ -229,8 +236,17 @@ void SingleInstance::serve(std::function<bool(const QString& token)> onLaunch) {
           const std::size_t end = request->find('\n');
           if (end == std::string::npos && n > 0 && request->size() <= kMaxTokenBytes) return;
           if (end != std::string::npos) {
-            const bool finishing = onLaunch(QString::fromStdString(request->substr(0, end)));
-            const std::string_view answer = finishing ? kFinishing : kShown;
+            const std::string line = request->substr(0, end);
+            const std::size_t tab = line.find('\t');
+            const std::string desktop = tab == std::string::npos ? "" : line.substr(tab + 1);
+            std::string answer;
+            if (tab != std::string::npos && desktop != thisDesktop()) {
+              // On another desktop this window cannot be brought forward: say where it is.
+              answer = std::string(kElsewhere) + thisDesktop() + "\n";
+            } else {
+              const bool finishing = onLaunch(QString::fromStdString(line.substr(0, tab)));
+              answer = finishing ? kFinishing : kShown;
+            }
             (void)!SYSTEM_CALL(send)(fd, answer.data(), answer.size(), MSG_NOSIGNAL);
           }
           reading->setEnabled(false);
@@ -254,11 +270,34 @@ int SingleInstance::report() const {
           "kestravine-launcher：上一个启动器关了窗口，还在等它的命令结束；结束以后再打开。\n",
           stderr);
       return 0;
+    case Answer::elsewhere:
+      std::fputs(("kestravine-launcher：" + elsewhereText() + "\n").c_str(), stderr);
+      return 0;
     case Answer::unknown:
       break;
   }
   std::fputs("kestravine-launcher：这个产品目录已经有一个启动器在运行，但它没有回应。\n", stderr);
   return 1;
+}
+
+std::string SingleInstance::thisDesktop() {
+  // The display a window of this launcher would go to, as Qt chooses it: Wayland first.
+  for (const char* variable : {"WAYLAND_DISPLAY", "DISPLAY"}) {
+    std::string value = std::getenv(variable) ? std::getenv(variable) : "";
+    if (value.empty()) continue;
+    // ":57.0" and ":57" are one X display; the wire's separators never come from a value.
+    if (value.size() > 2 && value.ends_with(".0")) value.resize(value.size() - 2);
+    for (char& c : value)
+      if (c == '\n' || c == '\t') c = '?';
+    return std::string(variable) + "=" + value;
+  }
+  const char* platform = std::getenv("QT_QPA_PLATFORM");
+  return std::string("QT_QPA_PLATFORM=") + (platform ? platform : "");
+}
+
+std::string SingleInstance::elsewhereText() const {
+  return "这个产品目录的启动器已经在另一个桌面上打开了（" + elsewhere_ +
+         "）。请到那个桌面上继续；一个产品目录同时只能开一个启动器。";
 }
 
 }  // namespace kestravine

@@ -24,16 +24,19 @@ namespace kestravine {
 //
 // The wire, one exchange per later launch over the socket:
 //
-//   later launcher -> first   <XDG_ACTIVATION_TOKEN, or nothing>\n   at most 4 KiB
+//   later launcher -> first   <XDG_ACTIVATION_TOKEN, or nothing>\t<its desktop>\n   4 KiB
 //   first -> later launcher   shown\n       the window came forward
 //                             finishing\n   the window is closed; a command still runs
+//                             elsewhere <its desktop>\n   the later launcher's desktop is
+//                                  another one, where this window cannot come forward
+//   (a desktop: "WAYLAND_DISPLAY=wayland-0", "DISPLAY=:0", or the QT_QPA_PLATFORM asked for)
 //   (no answer within 3 s, or anything else)   the later launcher says the first does not
 //                                              answer, and ends with 1
 //
 // Threading: GUI thread only. The descriptors are close-on-exec and never reach a child.
 class SingleInstance {
  public:
-  enum class Answer { first, shown, finishing, unknown };
+  enum class Answer { first, shown, finishing, elsewhere, unknown };
 
   // Takes the guard for `home` (canonical, see Ctx::canonicalHome()), or asks the launcher
   // holding it to come forward. Runs before the application exists, and needs no display.
@@ -51,9 +54,15 @@ class SingleInstance {
   // (its window closed) rather than showing its window.
   void serve(std::function<bool(const QString& token)> onLaunch);
 
-  // A later launcher: says what became of this launch (on stderr when the first is finishing,
-  // on stdout when there is a terminal to read it otherwise). Returns the exit status.
+  // A later launcher: says what became of this launch (on stderr when the first is finishing or
+  // on another desktop, on stdout when there is a terminal to read it otherwise). Returns the
+  // exit status.
   int report() const;
+  // Answer::elsewhere: the sentence that says the first launcher is open on another desktop,
+  // naming it.
+  std::string elsewhereText() const;
+  // The desktop this launcher's window goes to, as the wire names it.
+  static std::string thisDesktop();
 
   // The first launcher, ending: removes the socket and the lock file. The destructor does the
   // same; this is for an end that skips destructors.
@@ -61,6 +70,7 @@ class SingleInstance {
 
  private:
   Answer answer_ = Answer::first;
+  std::string elsewhere_;  // Answer::elsewhere: the first launcher's desktop
   UniqueFd folder_;
   std::string lockName_;
   std::string socketName_;

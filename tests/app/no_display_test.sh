@@ -82,6 +82,9 @@ check() {
   fi
   grep -qF -- "$expected" "$shown" || problems+=("no \"$expected\" in the output")
   [[ -z $(ls -A "$scratch/cwd") ]] || problems+=("left files behind: $(ls -A "$scratch/cwd")")
+  # The one-launcher guard's files go with every end that is not a kill.
+  [[ -z $(ls -A "$rt/kestravine-launcher" 2>/dev/null) ]] ||
+    problems+=("left the guard's files: $(ls -A "$rt/kestravine-launcher")")
 
   if ((${#problems[@]})); then
     failures=$((failures + 1))

@@ -151,3 +151,34 @@ env -u DISPLAY -u WAYLAND_DISPLAY -u QT_QPA_PLATFORM "$launcher" >"$tmp/stdout" 
 [[ $status -eq 1 ]] || die "no display: exit status $status"
 [[ $(wc -l <"$tmp/stderr") -eq 1 && ! -s $tmp/stdout ]] || die "no display: said $(cat "$tmp/stderr")"
 echo "ok: no display: $(cat "$tmp/stderr")"
+
+# 5. A second desktop of the same user: a launch for the same home there shows a small window on
+# its own desktop saying where the launcher is open, which its button closes; nothing is
+# installed twice, and the first window stays as it was.
+mkfifo "$tmp/display2"
+Xvfb -displayfd 3 -screen 0 1024x768x24 -nolisten tcp -noreset 3>"$tmp/display2" \
+  2>"$tmp/xvfb2.log" &
+xvfb2_pid=$!
+read -r -t 20 second <"$tmp/display2" || die "the second Xvfb did not start"
+second=":$second"
+home="$tmp/home-two-desktops"
+homes+=("$home")
+KESTRAVINE_HOME=$home KESTRAVINE_LAUNCHER_AUTOSTART= "$launcher" 2>"$tmp/stderr-first" &
+first=$!
+wait_until window_shown
+status=0
+DISPLAY=$second KESTRAVINE_HOME=$home "$launcher" 2>"$tmp/stderr-second" &
+pid=$!
+wait_until bash -c "DISPLAY=$second xdotool search --onlyvisible --name '^Kestravine$' >/dev/null 2>&1"
+grep -qF "已经在另一个桌面上打开了（DISPLAY=$DISPLAY）" "$tmp/stderr-second" ||
+  die "second desktop: said $(cat "$tmp/stderr-second")"
+id=$(DISPLAY=$second xdotool search --onlyvisible --name '^Kestravine$' | head -n 1)
+DISPLAY=$second xdotool windowfocus --sync "$id" key Return
+wait "$pid" || status=$?
+[[ $status -eq 0 ]] || die "second desktop: exit status $status"
+kill -0 "$first" || die "second desktop: the first launcher ended"
+[[ ! -e $home/app ]] || die "second desktop: something was installed"
+close_window
+wait "$first" || true
+kill "$xvfb2_pid" 2>/dev/null || true
+echo "ok: a second desktop is told where the launcher is open"
