@@ -90,7 +90,11 @@ class ModelTest : public ::testing::Test {
   // that does not happen in real time.
   bool runToEnd() {
     auto finished = [&] { return quits() > 0 || model->phase() == Model::Phase::failed; };
+    // Longer than any flow may take (a wait gives up within about 225 s), so that a flow that
+    // never ends fails the test instead of holding it.
+    const Delay bound = platform().now() + std::chrono::minutes(10);
     for (;;) {
+      if (platform().now() > bound) return false;
       if (!platform().runUntil([&] {
             return finished() ||
                    (platform().pendingMainTimers() > 0 && Child::reportsInFlight() == 0);
