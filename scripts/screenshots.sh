@@ -88,4 +88,41 @@ http.server.HTTPServer(("127.0.0.1", int(sys.argv[1])), H).serve_forever()' $((5
 sleep 0.5
 wait_shot waiting-500 "$offset"
 kill $! 2>/dev/null || true
+# An install the system refused to start (a process limit, which binds only a user other than
+# root), at scale 1 and 2.
+limited=(prlimit --nproc=3)
+if ((EUID == 0)); then
+  other=$(bash tests/support/unused_uid.sh)
+  limited=(setpriv --reuid="$other" --regid="$other" --clear-groups "${limited[@]}")
+fi
+chmod 755 "$work"
+for scale in 1 2; do
+  [[ $scale == 2 ]] && suffix=-scale-2 || suffix=""
+  name=failed-not-started$suffix
+  install -d -m 0777 "$work/limited-$scale"
+  "${limited[@]}" env -i HOME="$work/limited-$scale" QT_QPA_PLATFORM=offscreen QT_SCALE_FACTOR=$scale \
+    KESTRAVINE_HOME="$work/limited-$scale/home" KESTRAVINE_LAUNCHER_AUTOSTART=1 \
+    KESTRAVINE_LAUNCHER_SHOT="$work/limited-$scale/shot.png" "$PWD/build/bin/kestravine-launcher" 2>/dev/null
+  cp "$work/limited-$scale/shot.png" "$out/$name.png"
+done
+# The product answers, but the desktop's opener fails: the window gives the address.
+offset=$(free_offset)
+(cd "$work/waiting/app" && exec python3 -c '
+import http.server, sys
+class H(http.server.BaseHTTPRequestHandler):
+    def do_GET(self): self.send_response(200); self.send_header("Content-Length", "0"); self.end_headers()
+    def log_message(self, *a): pass
+http.server.HTTPServer(("127.0.0.1", int(sys.argv[1])), H).serve_forever()' $((5199 + offset))) &
+mkdir -p "$work/failing-opener"
+printf '#!/bin/sh\necho "xdg-open: no method available for opening $1" >&2\nexit 3\n' \
+  >"$work/failing-opener/xdg-open"
+chmod +x "$work/failing-opener/xdg-open"
+sleep 0.5
+for scale in 1 2; do
+  [[ $scale == 2 ]] && suffix=-scale-2 || suffix=""
+  PATH="$work/failing-opener:$PATH" KESTRAVINE_HOME="$work/waiting" ZORVEL_PORT_OFFSET=$offset \
+    QT_SCALE_FACTOR=$scale KESTRAVINE_LAUNCHER_SHOT="$out/failed-opener$suffix.png" \
+    build/bin/kestravine-launcher 2>/dev/null
+done
+kill $! 2>/dev/null || true
 ls -l "$out"
