@@ -1,17 +1,13 @@
 #include "event_loop/qt_platform.h"
 
-#include <sys/wait.h>
-
 #include <QCoreApplication>
 #include <QDesktopServices>
-#include <QStandardPaths>
 #include <QTimer>
 #include <QUrl>
-#include <cerrno>
 #include <system_error>
 #include <utility>
 
-#include "system/spawn.h"
+#include "platform/opener.h"
 #include "system/system_calls.h"
 
 namespace kestravine {
@@ -21,8 +17,6 @@ namespace {
 // Long enough to run thousands of small tasks, short enough that input and painting between two
 // drains keep the window responsive while a command floods its output.
 constexpr auto kDrainBudget = std::chrono::milliseconds(8);
-// How long an opener may run before it counts as one that holds the browser in the foreground.
-constexpr auto kOpenerBound = std::chrono::seconds(2);
 
 }  // namespace
 
@@ -65,36 +59,23 @@ void QtPlatform::openUrl(const std::string& url, std::function<void(bool)> done)
   QUrl parsed(QString::fromStdString(url), QUrl::StrictMode);
   if (!parsed.isValid()) return answer(false);
   // xdg-open says through its exit status whether the desktop could open the page; Qt's own way
-  // only says whether it could ask. It runs directly, with the address as one argument (Qt runs
-  // it as a command line split at blanks, which fails when its folder's path holds one).
-  const QString xdgOpen = QStandardPaths::findExecutable(QStringLiteral("xdg-open"));
-  if (xdgOpen.isEmpty()) return answer(QDesktopServices::openUrl(parsed));
-  const SpawnResult opener =
-      spawnProcess({xdgOpen.toStdString(), {parsed.toString().toStdString()}, {}, {}, -1});
-  if (opener.pid < 0) return answer(false);
-  watchOpener(opener.pid, std::move(done));
-}
-
-void QtPlatform::watchOpener(pid_t pid, std::function<void(bool)> done) {
-  // Polled rather than watched by a thread: an opener is short-lived, and a thread may be
-  // refused where the opener was not.
+  // only says whether it could ask, and is taken only where there is no xdg-open.
+  bool found = false;
+  auto opener = Opener::start(parsed.toString().toStdString(), found);
+  if (!found) return answer(QDesktopServices::openUrl(parsed));
+  if (!opener) return answer(false);
+  // Polled: an opener is short-lived, and a thread may be refused where the opener was not.
   auto* timer = new QTimer(this);
-  const auto asked = std::chrono::steady_clock::now();
-  connect(timer, &QTimer::timeout, this, [timer, pid, asked, done = std::move(done)]() mutable {
-    int status = 0;
-    const pid_t reaped = ::waitpid(pid, &status, WNOHANG);
-    if (reaped == 0) {
-      // Still running after the bound: it holds the browser in the foreground, which opened.
-      if (done && std::chrono::steady_clock::now() - asked >= kOpenerBound) {
-        std::exchange(done, nullptr)(true);
-        timer->setInterval(1000);  // only to reap it once it ends
-      }
-      return;
-    }
-    if (reaped < 0 && errno == EINTR) return;
-    if (done) done(reaped == pid && WIFEXITED(status) && WEXITSTATUS(status) == 0);
-    timer->deleteLater();
-  });
+  connect(timer, &QTimer::timeout, this,
+          [timer, opener = *opener, done = std::move(done)]() mutable {
+            if (done) {
+              const std::optional<bool> opened = opener.result();
+              if (!opened) return;
+              std::exchange(done, nullptr)(*opened);
+              timer->setInterval(1000);  // only to reap it once it ends
+            }
+            if (opener.reap()) timer->deleteLater();
+          });
   timer->start(50);
 }
 

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <QObject>
 #include <chrono>
 #include <map>
@@ -40,7 +38,6 @@ class QtPlatform final : public QObject, public Platform {
 
  private:
   void drain();
-  void watchOpener(pid_t pid, std::function<void(bool)> done);
 
   WakePipe wake_;
   MainQueue queue_;

@@ -86,6 +86,8 @@ class Model : public std::enable_shared_from_this<Model> {
   bool canCancel() const { return canCancel_; }
   Offer offer() const { return offer_; }
   bool closed() const { return closed_; }
+  // Whether the product answered and its page was opened (or given to the user).
+  bool opened() const { return opened_; }
   // Whether a service start or an install is under way (it may go on after the page opened).
   bool runs() const { return child_ != nullptr; }
 

@@ -4,7 +4,10 @@
 // launcher already running for the same product home was asked to come forward; 1 when there is
 // no desktop to show the window on, or that launcher does not answer.
 #include <fontconfig/fontconfig.h>
+#include <unistd.h>
+
 #include <QApplication>
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -24,6 +27,7 @@
 #include "startup/toolkit_messages.h"
 #include "startup/toolkit_thread.h"
 #include "system/system_calls.h"
+#include "terminal/run_in_terminal.h"
 #include "ui/content_view.h"
 #include "ui/style.h"
 #include "window/elsewhere_notice.h"
@@ -65,11 +69,25 @@ int main(int argc, char** argv) {
     return 1;
   }
   const std::string forced = forcedPlugin(argc, argv);
-  if (!hasDisplay(forced)) {
-    std::fputs(
-        "kestravine-launcher：找不到可以显示窗口的桌面（DISPLAY、WAYLAND_DISPLAY 和 "
-        "QT_QPA_PLATFORM 都没有设置）。\n",
-        stderr);
+  const bool terminalAsked = std::any_of(
+      argv + 1, argv + argc, [](const char* arg) { return arg == std::string_view("--terminal"); });
+  if (terminalAsked || !hasDisplay(forced)) {
+    // No desktop answers (a login over SSH, a server): the same flow in the terminal, or, for a
+    // script that asked for the automatic start, as plain lines.
+    const bool interactive = ::isatty(STDIN_FILENO) && ::isatty(STDOUT_FILENO);
+    if (interactive || kestravine::Ctx::switchedOn("KESTRAVINE_LAUNCHER_AUTOSTART")) {
+      const char* tty = interactive ? ::ttyname(STDIN_FILENO) : nullptr;
+      kestravine::SingleInstance::setDesktop(std::string("TERMINAL=") + (tty ? tty : "none"));
+      kestravine::SingleInstance instance(kestravine::Ctx::canonicalHome());
+      if (instance.answer() != kestravine::SingleInstance::Answer::first) return instance.report();
+      return kestravine::runInTerminal(instance, interactive);
+    }
+    std::fputs(terminalAsked
+                   ? "kestravine-launcher：--terminal 要在终端里运行（标准输入和输出都是终端）；"
+                     "脚本里请设 KESTRAVINE_LAUNCHER_AUTOSTART=1。\n"
+                   : "kestravine-launcher：找不到可以显示窗口的桌面（DISPLAY、WAYLAND_DISPLAY 和 "
+                     "QT_QPA_PLATFORM 都没有设置）。\n",
+               stderr);
     return 1;
   }
   // One launcher per product home: a later one only brings the first one's window forward.

@@ -225,34 +225,25 @@ void SingleInstance::serve(std::function<bool(const QString& token)> onLaunch) {
     if (!*connection) return;
     auto* reading = new QSocketNotifier(connection->get(), QSocketNotifier::Read, listening);
     auto request = std::make_shared<std::string>();
-    QObject::connect(
-        reading, &QSocketNotifier::activated, [reading, connection, request, onLaunch] {
-          const int fd = connection->get();
-          char buffer[512];
-          const ssize_t n = system_calls::retryOnInterrupt(
-              [&] { return SYSTEM_CALL(read)(fd, buffer, sizeof buffer); });
-          if (n < 0 && errno == EAGAIN) return;
-          if (n > 0) request->append(buffer, static_cast<std::size_t>(n));
-          const std::size_t end = request->find('\n');
-          if (end == std::string::npos && n > 0 && request->size() <= kMaxTokenBytes) return;
-          if (end != std::string::npos) {
-            const std::string line = request->substr(0, end);
-            const std::size_t tab = line.find('\t');
-            const std::string desktop = tab == std::string::npos ? "" : line.substr(tab + 1);
-            std::string answer;
-            if (tab != std::string::npos && desktop != thisDesktop()) {
-              // On another desktop this window cannot be brought forward: say where it is.
-              answer = std::string(kElsewhere) + thisDesktop() + "\n";
-            } else {
-              const bool finishing = onLaunch(QString::fromStdString(line.substr(0, tab)));
-              answer = finishing ? kFinishing : kShown;
-            }
-            (void)!SYSTEM_CALL(send)(fd, answer.data(), answer.size(), MSG_NOSIGNAL);
-          }
-          reading->setEnabled(false);
-          reading->deleteLater();
-          connection->reset();
-        });
+    QObject::connect(reading, &QSocketNotifier::activated,
+                     [reading, connection, request, onLaunch] {
+                       const int fd = connection->get();
+                       char buffer[512];
+                       const ssize_t n = system_calls::retryOnInterrupt(
+                           [&] { return SYSTEM_CALL(read)(fd, buffer, sizeof buffer); });
+                       if (n < 0 && errno == EAGAIN) return;
+                       if (n > 0) request->append(buffer, static_cast<std::size_t>(n));
+                       const std::size_t end = request->find('\n');
+                       if (end == std::string::npos && n > 0 && request->size() <= kMaxTokenBytes)
+                         return;
+                       if (end != std::string::npos) {
+                         const std::string answer = replyTo(request->substr(0, end), onLaunch);
+                         (void)!SYSTEM_CALL(send)(fd, answer.data(), answer.size(), MSG_NOSIGNAL);
+                       }
+                       reading->setEnabled(false);
+                       reading->deleteLater();
+                       connection->reset();
+                     });
   });
 }
 
@@ -280,7 +271,52 @@ int SingleInstance::report() const {
   return 1;
 }
 
+std::string SingleInstance::replyTo(const std::string& line,
+                                    const std::function<bool(const QString&)>& onLaunch) {
+  const std::size_t tab = line.find('\t');
+  const std::string desktop = tab == std::string::npos ? "" : line.substr(tab + 1);
+  // On another desktop this window cannot be brought forward: say where it is.
+  if (tab != std::string::npos && desktop != thisDesktop())
+    return std::string(kElsewhere) + thisDesktop() + "\n";
+  const bool finishing = onLaunch(QString::fromStdString(line.substr(0, tab)));
+  return std::string(finishing ? kFinishing : kShown);
+}
+
+int SingleInstance::listenerFd() const {
+  return answer_ == Answer::first && listener_ ? listener_.get() : -1;
+}
+
+void SingleInstance::answerOne(const std::function<bool(const QString&)>& onLaunch) {
+  const UniqueFd connection = system_calls::acceptConnection(listener_.get());
+  if (!connection) return;
+  // Without an event loop to read it in pieces: the request comes at once, or not at all.
+  std::string request;
+  while (request.find('\n') == std::string::npos && request.size() <= kMaxTokenBytes) {
+    pollfd readable{connection.get(), POLLIN, 0};
+    if (SYSTEM_CALL(poll)(&readable, 1, kAnswerMilliseconds / 6) <= 0) return;
+    char buffer[512];
+    const ssize_t n = system_calls::retryOnInterrupt(
+        [&] { return SYSTEM_CALL(read)(connection.get(), buffer, sizeof buffer); });
+    if (n <= 0) return;
+    request.append(buffer, static_cast<std::size_t>(n));
+  }
+  const std::size_t end = request.find('\n');
+  if (end == std::string::npos) return;
+  const std::string answer = replyTo(request.substr(0, end), onLaunch);
+  (void)!SYSTEM_CALL(send)(connection.get(), answer.data(), answer.size(), MSG_NOSIGNAL);
+}
+
+std::string& SingleInstance::desktopOverride() {
+  static std::string desktop;
+  return desktop;
+}
+
+void SingleInstance::setDesktop(std::string desktop) {
+  desktopOverride() = std::move(desktop);
+}
+
 std::string SingleInstance::thisDesktop() {
+  if (!desktopOverride().empty()) return desktopOverride();
   // The display a window of this launcher would go to, as Qt chooses it: Wayland first.
   for (const char* variable : {"WAYLAND_DISPLAY", "DISPLAY"}) {
     std::string value = std::getenv(variable) ? std::getenv(variable) : "";

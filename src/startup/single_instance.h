@@ -63,12 +63,24 @@ class SingleInstance {
   std::string elsewhereText() const;
   // The desktop this launcher's window goes to, as the wire names it.
   static std::string thisDesktop();
+  // Where this launcher runs instead, for a front end without a window ("TERMINAL=/dev/pts/3").
+  // Before the guard is taken.
+  static void setDesktop(std::string desktop);
+
+  // The first launcher without an event loop (the terminal): the socket to watch, -1 if none,
+  // and the answer to one launch waiting on it, its request read for at most 0.5 s.
+  int listenerFd() const;
+  void answerOne(const std::function<bool(const QString&)>& onLaunch);
 
   // The first launcher, ending: removes the socket and the lock file. The destructor does the
   // same; this is for an end that skips destructors.
   void leave();
 
  private:
+  static std::string replyTo(const std::string& line,
+                             const std::function<bool(const QString&)>& onLaunch);
+  static std::string& desktopOverride();
+
   Answer answer_ = Answer::first;
   std::string elsewhere_;  // Answer::elsewhere: the first launcher's desktop
   UniqueFd folder_;
