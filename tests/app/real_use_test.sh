@@ -144,9 +144,11 @@ wait "$pid" || status=$?
 kill -9 "$(cat "$tmp/script.pid")"
 echo "ok: a second TERM ends the launcher at once"
 
-# 4. No display at all: one line on stderr, exit 1, no core dump.
+# 4. No display at all and no terminal, without the automatic start: one line on stderr, exit 1,
+# no core dump.
 status=0
-env -u DISPLAY -u WAYLAND_DISPLAY -u QT_QPA_PLATFORM "$launcher" >"$tmp/stdout" 2>"$tmp/stderr" ||
+env -u DISPLAY -u WAYLAND_DISPLAY -u QT_QPA_PLATFORM -u KESTRAVINE_LAUNCHER_AUTOSTART "$launcher" \
+  >"$tmp/stdout" 2>"$tmp/stderr" ||
   status=$?
 [[ $status -eq 1 ]] || die "no display: exit status $status"
 [[ $(wc -l <"$tmp/stderr") -eq 1 && ! -s $tmp/stdout ]] || die "no display: said $(cat "$tmp/stderr")"
