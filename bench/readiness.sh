@@ -42,27 +42,9 @@ chmod +x "$tmp/bin/xdg-open"
 export PATH=$tmp/bin:$PATH
 now() { date +%s.%N; }
 
-cat >"$tmp/serve.py" <<'PY'
-import http.server, sys, time
-port, delay, mark = int(sys.argv[1]), float(sys.argv[2]), sys.argv[3]
-time.sleep(delay)
-class Handler(http.server.BaseHTTPRequestHandler):
-    def do_GET(self):
-        self.send_response(200); self.send_header("Content-Length", "0"); self.end_headers()
-    def log_message(self, *args): pass
-server = http.server.HTTPServer(("127.0.0.1", port), Handler)
-with open(mark, "w") as f: f.write("%.6f" % time.time())
-server.serve_forever()
-PY
+status_server=$(cd "$(dirname "${BASH_SOURCE[0]}")/../tools" && pwd)/status_server.py
 
-free_offset() {
-  local offset
-  for _ in $(seq 1 50); do
-    offset=$((RANDOM % 19000 + 500))
-    (exec 3<>"/dev/tcp/127.0.0.1/$((5199 + offset))") 2>/dev/null || break
-  done
-  echo "$offset"
-}
+. "$(dirname "${BASH_SOURCE[0]}")/../tools/product_port.sh"
 # Seconds from `from` to the stub's note, after one launch for `home` with `offset`.
 launch() {
   local home=$1 offset=$2
@@ -86,9 +68,9 @@ start_time() {  # the start command by itself, in its home
 home=$tmp/running offset=$(free_offset)
 mkdir -p "$home/app"
 printf '{"scripts": {"zorvel:up": "true"}}\n' >"$home/app/package.json"
-(cd "$home/app" && exec python3 "$tmp/serve.py" $((5199 + offset)) 0 "$tmp/listening") &
+(cd "$home/app" && exec python3 "$status_server" $((5199 + offset)) 200 "$tmp/requests") &
 pids+=($!)
-until [[ -s $tmp/listening ]]; do sleep 0.05; done
+until [[ -s $tmp/requests.listening ]]; do sleep 0.05; done
 running=() running_base=()
 for _ in $(seq "$runs"); do
   from=$(launch "$home" "$offset")
@@ -102,11 +84,11 @@ mkdir -p "$home/app"
 late=()
 for _ in $(seq "$runs"); do
   offset=$(free_offset)
-  rm -f "$tmp/listening"
-  printf '{"scripts": {"zorvel:up": "python3 %s/serve.py $((5199 + ZORVEL_PORT_OFFSET)) 0.5 %s/listening </dev/null >/dev/null 2>&1 & echo $! > %s/server.pid"}}\n' \
-    "$tmp" "$tmp" "$tmp" >"$home/app/package.json"
+  rm -f "$tmp/late-requests.listening"
+  printf '{"scripts": {"zorvel:up": "python3 %s $((5199 + ZORVEL_PORT_OFFSET)) 200 %s/late-requests 0.5 </dev/null >/dev/null 2>&1 & echo $! > %s/server.pid"}}\n' \
+    "$status_server" "$tmp" "$tmp" >"$home/app/package.json"
   launch "$home" "$offset" >/dev/null
-  late+=("$(diff_s "$(cat "$tmp/listening")" "$(cat "$tmp/opened")")")
+  late+=("$(diff_s "$(cat "$tmp/late-requests.listening")" "$(cat "$tmp/opened")")")
   kill "$(cat "$tmp/server.pid")" 2>/dev/null || true
 done
 

@@ -61,14 +61,8 @@ wait_shot() {
   KESTRAVINE_HOME="$work/waiting" ZORVEL_PORT_OFFSET=$offset QT_SCALE_FACTOR=2 \
     KESTRAVINE_LAUNCHER_SHOT="$out/$name-scale-2.png" build/bin/kestravine-launcher
 }
-free_offset() {
-  local offset
-  for _ in $(seq 1 50); do
-    offset=$((RANDOM % 19000 + 500))
-    (exec 3<>"/dev/tcp/127.0.0.1/$((5199 + offset))") 2>/dev/null || break
-  done
-  echo "$offset"
-}
+. tools/product_port.sh
+status_server=$PWD/tools/status_server.py
 wait_shot waiting-nothing "$(free_offset)"
 offset=$(free_offset)
 (cd "$work/waiting/app" && exec python3 -c '
@@ -79,12 +73,7 @@ sleep 0.5
 wait_shot waiting-silent "$offset"
 kill $! 2>/dev/null || true
 offset=$(free_offset)
-(cd "$work/waiting/app" && exec python3 -c '
-import http.server, sys
-class H(http.server.BaseHTTPRequestHandler):
-    def do_GET(self): self.send_response(500); self.send_header("Content-Length", "0"); self.end_headers()
-    def log_message(self, *a): pass
-http.server.HTTPServer(("127.0.0.1", int(sys.argv[1])), H).serve_forever()' $((5199 + offset))) &
+(cd "$work/waiting/app" && exec python3 "$status_server" $((5199 + offset)) 500) &
 sleep 0.5
 wait_shot waiting-500 "$offset"
 kill $! 2>/dev/null || true
@@ -107,12 +96,7 @@ for scale in 1 2; do
 done
 # The product answers, but the desktop's opener fails: the window gives the address.
 offset=$(free_offset)
-(cd "$work/waiting/app" && exec python3 -c '
-import http.server, sys
-class H(http.server.BaseHTTPRequestHandler):
-    def do_GET(self): self.send_response(200); self.send_header("Content-Length", "0"); self.end_headers()
-    def log_message(self, *a): pass
-http.server.HTTPServer(("127.0.0.1", int(sys.argv[1])), H).serve_forever()' $((5199 + offset))) &
+(cd "$work/waiting/app" && exec python3 "$status_server" $((5199 + offset)) 200) &
 mkdir -p "$work/failing-opener"
 printf '#!/bin/sh\necho "xdg-open: no method available for opening $1" >&2\nexit 3\n' \
   >"$work/failing-opener/xdg-open"

@@ -31,26 +31,10 @@ printf '#!/bin/sh\n[ -e "$KESTRAVINE_HOME/start-ended" ] && e=ended || e=running
 chmod +x "$tmp/bin/xdg-open"
 export PATH="$tmp/bin:$PATH"
 
-# The product's server: answers /home/ with STATUS, counting requests in requests.
-cat >"$tmp/serve.py" <<'PY'
-import http.server, sys
-status, port, count = int(sys.argv[1]), int(sys.argv[2]), sys.argv[3]
-class Handler(http.server.BaseHTTPRequestHandler):
-    def do_GET(self):
-        with open(count, "a") as f: f.write("x")
-        self.send_response(status); self.send_header("Content-Length", "0"); self.end_headers()
-    def log_message(self, *args): pass
-http.server.HTTPServer(("127.0.0.1", port), Handler).serve_forever()
-PY
+# The product's server: answers /home/ with a status, counting requests.
+status_server=$here/../../tools/status_server.py
 
-free_offset() {
-  local offset
-  for _ in $(seq 1 50); do
-    offset=$((RANDOM % 19000 + 500))
-    (exec 3<>"/dev/tcp/127.0.0.1/$((5199 + offset))") 2>/dev/null || break
-  done
-  echo "$offset"
-}
+. "$here/../../tools/product_port.sh"
 
 # A product home whose "zorvel:up" runs `start`; its server, when started, works in the home.
 product() {
@@ -62,7 +46,7 @@ product() {
   rm -f "$tmp/opened"
 }
 serve() {  # status, in the background, from the product home
-  (cd "$home/app" && exec python3 "$tmp/serve.py" "$1" "$port" "$home/requests") &
+  (cd "$home/app" && exec python3 "$status_server" "$port" "$1" "$home/requests") &
   servers+=($!)
   wait_until bash -c "exec 3<>/dev/tcp/127.0.0.1/$port" 2>/dev/null
 }
@@ -89,7 +73,7 @@ exits_with 0 "already running"
 
 # 2. The start command starts the server in the background and returns; it listens a second
 # later: the page opens.
-product late "(sleep 1; cd '$tmp/late/app'; exec python3 '$tmp/serve.py' 200 \$((5199 + ZORVEL_PORT_OFFSET)) '$tmp/late/requests') </dev/null >/dev/null 2>&1 & echo \$! > '$tmp/late/server.pid'"
+product late "(sleep 1; cd '$tmp/late/app'; exec python3 '$status_server' \$((5199 + ZORVEL_PORT_OFFSET)) 200 '$tmp/late/requests') </dev/null >/dev/null 2>&1 & echo \$! > '$tmp/late/server.pid'"
 launch
 exits_with 0 "late listener"
 servers+=("$(cat "$home/server.pid")")

@@ -38,14 +38,7 @@ chmod +x "$tmp/bin/xdg-open"
 export PATH="$tmp/bin:$PATH"
 
 # A port offset whose port nobody listens on.
-free_offset() {
-  local offset
-  for _ in $(seq 1 50); do
-    offset=$((RANDOM % 19000 + 500))
-    (exec 3<>"/dev/tcp/127.0.0.1/$((5199 + offset))") 2>/dev/null || break
-  done
-  echo "$offset"
-}
+. "$here/../../tools/product_port.sh"
 
 # Alt+F4, as a user closes it, until the window has gone: on a busy machine the window manager
 # may not have given it the focus yet, and the keys then go nowhere. A second close is harmless.
