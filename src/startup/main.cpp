@@ -147,6 +147,7 @@ int main(int argc, char** argv) {
   // Never destroyed: output readers still running when the application ends may yet post.
   auto* platform = new kestravine::QtPlatform;
   if (const int error = platform->error()) {
+    faces.wait();  // the toolkit's thread still fills in what this frame holds
     guard.reset();
     std::fputs((error == EMFILE || error == ENFILE
                     ? kestravine::descriptor_limit::shortage(

@@ -22,11 +22,18 @@
 namespace kestravine {
 namespace {
 
+// One for the whole program and never destroyed, like the application's: threads still running
+// may yet post to it.
+QtPlatform& qtPlatform() {
+  static QtPlatform* const platform = new QtPlatform;
+  return *platform;
+}
+
 // A background task (a cancel's SIGKILL follow-up) runs on a thread of its own; where the system
 // refuses one, on the main thread rather than never, which would keep the launcher from ending.
 TEST(QtPlatform, RunsABackgroundTaskEvenWhenTheSystemRefusesAThread) {
   static const auto realStart = system_calls::startThread;
-  auto* qt = new QtPlatform;  // never destroyed, like the application's
+  QtPlatform* qt = &qtPlatform();
   for (bool refuse : {false, true}) {
     if (refuse) {
       system_calls::startThread = [](std::function<void()>) {
@@ -78,7 +85,7 @@ TEST(QtPlatform, TheLaunchersPipesReachNoProgramItStarts) {
 // after a short while (it holds the browser in the foreground); an opener that fails, or none
 // at all on a desktop that cannot open addresses (offscreen), leaves the launcher to say so.
 TEST(QtPlatform, TheOpenerSaysWhetherThePageOpened) {
-  auto* qt = new QtPlatform;  // never destroyed, like the application's
+  QtPlatform* qt = &qtPlatform();
   const std::string bin = std::string(TEST_SCRATCH) + "/opener-bin";
   std::filesystem::create_directories(bin);
   const std::string path = std::getenv("PATH");
