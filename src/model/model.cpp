@@ -226,8 +226,8 @@ void Model::startServices() {
   // when nothing can answer any more.
   startRun(launch_failure::Step::serviceStart, serviceStartArgs(), Ctx::kestravineHome() + "/app",
            std::move(extraEnv), [](Model& self, std::int32_t status) {
-             if (!self.wait_) return;
-             self.wait_->serviceStartEnded(status);
+             // A copy: the wait may end the flow from inside, which lets go of it.
+             if (const auto wait = self.wait_) wait->serviceStartEnded(status);
              self.showSight();
            });
   waitForReadiness(child_->mark());

@@ -30,9 +30,11 @@ struct PortOwner;
 //   ready                                                 when a stranger holds the port
 //   ready       install(): files there / missing          working (install) / failed
 //   working     install exits 0                           working (the wait for readiness)
-//   working     install exits with another status         failed
+//   working     install exits with another status, or     failed
+//               a run could not be started at all
 //   working     the wait: the product answers / a         the browser opens and the launcher
-//               stranger answers or it gives up           quits / failed
+//               stranger answers or it gives up           quits (once the opener said it
+//                                                         opened) / failed
 //   working     cancel()                                  failed
 //   failed      retry()                                   ready (offer: update if the package
 //                                                         is newer than the installed, else
@@ -46,8 +48,7 @@ struct PortOwner;
 //
 // Threading: main thread only, no lock. Every operation is called there, every child callback
 // and timer it schedules runs there, and listeners are notified there. Callbacks and timers
-// hold the model weakly (a retry of the probe holds it until it has run), so a model that is
-// gone ends its flow silently.
+// hold the model weakly, so a model that is gone ends its flow silently.
 class Model : public std::enable_shared_from_this<Model> {
   struct Token {
     explicit Token() = default;
