@@ -71,12 +71,18 @@ printf '{"scripts": {"zorvel:up": "true"}}\n' >"$home/app/package.json"
 (cd "$home/app" && exec python3 "$status_server" $((5199 + offset)) 200 "$tmp/requests") &
 pids+=($!)
 until [[ -s $tmp/requests.listening ]]; do sleep 0.05; done
+# A product already running: `runs` launches into the array named $3, each beside its start
+# command timed alone (into the array named $4).
+measure_running() {
+  local -n opened_after=$3 alone=$4
+  for _ in $(seq "$runs"); do
+    from=$(launch "$1" "$2")
+    opened_after+=("$(diff_s "$from" "$(cat "$tmp/opened")")")
+    alone+=("$(start_time "$1" "$2")")
+  done
+}
 running=() running_base=()
-for _ in $(seq "$runs"); do
-  from=$(launch "$home" "$offset")
-  running+=("$(diff_s "$from" "$(cat "$tmp/opened")")")
-  running_base+=("$(start_time "$home" "$offset")")
-done
+measure_running "$home" "$offset" running running_base
 
 # Late listener.
 home=$tmp/late
@@ -99,11 +105,7 @@ KESTRAVINE_HOME=$home ZORVEL_PORT_OFFSET=$demo_offset KESTRAVINE_NO_OPEN=1 \
   bash "$build/share/kestravine/install.sh" --from "$tarball" >"$tmp/install.log" 2>&1 ||
   { cat "$tmp/install.log" >&2; die "the demo did not install"; }
 demo=() demo_base=()
-for _ in $(seq "$runs"); do
-  from=$(launch "$home" "$demo_offset")
-  demo+=("$(diff_s "$from" "$(cat "$tmp/opened")")")
-  demo_base+=("$(start_time "$home" "$demo_offset")")
-done
+measure_running "$home" "$demo_offset" demo demo_base
 
 printf '%s\n' "| product | page opened (median, range) | the product's own time | target |"
 printf '%s\n' "|---|---|---|---|"
