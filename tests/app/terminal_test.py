@@ -231,7 +231,20 @@ for key, wanted in ((b"s", "Varnholt已经在这台电脑上了"), (b"\r", "在�
     t.send(b"q")
     t.status()
 
-# 6. No terminal: the automatic start writes plain lines; 0 answered, 1 failed, 2 interrupted.
+# 6. One launcher per home across both front ends: a later launch for the home of a terminal
+# launcher starts nothing and says where the first one runs.
+home = os.path.join(scratch, "home-guard")
+install_script("echo ran >>\"$KESTRAVINE_HOME/installs\"\n")
+t = Terminal(home)
+t.expect("按回车键安装并打开")
+later = subprocess.run([launcher], env=environment(home, KESTRAVINE_LAUNCHER_AUTOSTART="1"),
+                       stdin=subprocess.DEVNULL, capture_output=True, timeout=30)
+check(later.returncode == 0 and "已经在另一个桌面上打开了（TERMINAL=/dev/" in later.stderr.decode()
+      and not os.path.exists(os.path.join(home, "installs")), "a later launch says where the first runs")
+t.send(b"q")
+t.status()
+
+# 7. No terminal: the automatic start writes plain lines; 0 answered, 1 failed, 2 interrupted.
 for name, body, sig, expected in (("answers", "echo 装\nmkdir -p \"$KESTRAVINE_HOME/app\"\n" + SERVE, None, 0),
                                   ("fails", "echo 坏了\nexit 4\n", None, 1),
                                   ("interrupted", "echo 开始\nsleep 4444 & wait\n", signal.SIGINT, 2)):
