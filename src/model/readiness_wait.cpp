@@ -55,8 +55,7 @@ void ReadinessWait::serviceStartEnded(std::int32_t status) {
   startStatus_ = status;
   startRunning_ = false;
   // The count starts now, as if the wait began here: what ran beside the start says nothing of
-  // how long the product takes. A probe under way counts once it ends.
-  probes_ = 0;
+  // how long the product takes. A probe under way counts once it ends; none counted before.
   paused_ = Delay(0);
   if (over_ || probe_) return;
   ++pause_;  // the pause under way ends here
