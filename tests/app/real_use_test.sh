@@ -177,3 +177,27 @@ close_window
 wait "$first" || true
 kill "$xvfb2_pid" 2>/dev/null || true
 echo "ok: a second desktop is told where the launcher is open"
+
+# 6. A product that already runs: its page opens while its start command still runs, the window
+# goes 0.8 s later, and the launcher, windowless, ends only once that command has ended.
+home="$tmp/home-running"
+homes+=("$home")
+offset=$(free_offset)
+mkdir -p "$home/app"
+printf '{"scripts": {"zorvel:up": "sleep 3; touch %s/start-ended"}}\n' "$home" >"$home/app/package.json"
+(cd "$home/app" && exec python3 "$here/../../tools/status_server.py" $((5199 + offset)) 200) &
+server=$!
+wait_until bash -c "exec 3<>/dev/tcp/127.0.0.1/$((5199 + offset))" 2>/dev/null
+rm -f "$tmp/opened"
+KESTRAVINE_HOME=$home ZORVEL_PORT_OFFSET=$offset KESTRAVINE_LAUNCHER_AUTOSTART= "$launcher" \
+  2>"$tmp/stderr" &
+pid=$!
+wait_until test -s "$tmp/opened"
+wait_until bash -c '! xdotool search --onlyvisible --name "^Kestravine$" >/dev/null 2>&1'
+[[ ! -e $home/start-ended ]] || die "already running: the start command ended before the window went"
+kill -0 "$pid" || die "already running: the launcher ended before its start command"
+status=0
+wait "$pid" || status=$?
+[[ $status -eq 0 && -e $home/start-ended ]] || die "already running: exit status $status"
+kill "$server"
+echo "ok: a product already running opens at once; the window goes, the start command ends first"
