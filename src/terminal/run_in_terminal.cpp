@@ -32,7 +32,9 @@ int runInTerminal(SingleInstance& instance, bool interactive) {
   style.keys = interactive;
 
   TerminalView* shown = nullptr;
-  PollPlatform loop([&shown](const std::string& url) {
+  // Never destroyed, like the window's platform: an output reader or exit watcher still running
+  // when the launcher ends (a stopped probe's) may yet post to it.
+  auto& loop = *new PollPlatform([&shown](const std::string& url) {
     if (shown != nullptr) shown->showAddress(url);
   });
   if (const int error = loop.error()) {
