@@ -3,11 +3,14 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <netinet/in.h>
+#include <spawn.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <set>
 #include <system_error>
 
@@ -318,6 +321,46 @@ TEST(ChildCancel, TheKillFollowUpNeverSignalsAReapedCommandOrAStranger) {
   system_calls::pidfdOpen = realPidfdOpen;
   system_calls::sendSignal = real;
   EXPECT_THAT(signalsSent, ElementsAre(std::pair(command, SIGTERM)));
+}
+
+// The same with real processes: a recorded process that has ended, been reaped and whose pid
+// another process has taken since is left alone by the follow-up. Run as the first process of
+// a PID namespace of its own (support/own_pids.sh), which lets the test hand out that pid.
+TEST(ChildCancelPids, TheKillFollowUpSparesTheProcessThatTookARecordedPid) {
+  if (getpid() != 1) GTEST_SKIP() << "needs a PID namespace of its own (support/own_pids.sh)";
+  Command run("/bin/bash", {"-c",
+                            "sleep 1000 & echo \"pid $!\"; trap '' TERM; wait; "
+                            "echo reaped; exec sleep 1000"});
+  ASSERT_TRUE(run.waitFor(1, false));
+  const pid_t recorded = run.pids()[0];
+  const auto replaced = ProcessIdentity::of(recorded);
+  ASSERT_TRUE(replaced);
+  run.child->cancel();  // the sleep ends on SIGTERM, its shell reaps it and goes on
+  ASSERT_TRUE(run.waitFor(2, false));
+  // Only a later start time tells the newcomer apart: one in the same clock tick is tried again.
+  pid_t stranger = -1;
+  for (int attempt = 0; attempt < 1000 && stranger < 0; ++attempt) {
+    if (!(std::ofstream("/proc/sys/kernel/ns_last_pid") << recorded - 1).flush())
+      GTEST_SKIP() << "this namespace does not let the test choose the next pid";
+    char sleep[] = "sleep", forever[] = "1000";
+    char* const argv[] = {sleep, forever, nullptr};
+    pid_t pid = -1;
+    ASSERT_EQ(posix_spawn(&pid, "/bin/sleep", nullptr, nullptr, argv, environ), 0);
+    const auto now = ProcessIdentity::of(pid);
+    if (pid == recorded && now && now->startTime != replaced->startTime)
+      stranger = pid;
+    else
+      kill(pid, SIGKILL), waitpid(pid, nullptr, 0);
+  }
+  ASSERT_GT(stranger, 0);
+  bool killed = false;
+  Child::afterPendingKills([&] { killed = true; });
+  platform().advance(std::chrono::seconds(10));
+  ASSERT_TRUE(platform().runUntil([&] { return killed && !run.got->exits.empty(); }));
+  EXPECT_THAT(run.got->exits, ElementsAre(SIGKILL));
+  EXPECT_FALSE(isGone(stranger));
+  kill(stranger, SIGKILL);
+  waitpid(stranger, nullptr, 0);
 }
 
 // Cancelling trees again and again, the Child dropped at once as the model does, leaves no
