@@ -5,9 +5,11 @@
 // fail. Threading: a test's main thread only.
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <unistd.h>
 
 #include <functional>
 #include <string>
@@ -26,22 +28,36 @@ void foreign(const std::string& ending);
 int calls(const std::string& name);
 void reset();
 
-int mkdirat(int dirfd, const char* path, mode_t mode);
+namespace detail {
+// Counts the call; true, with errno set, when the test asked it to fail.
+bool failing(const char* name);
+}  // namespace detail
+
+// Each does what the system's call of its name does, unless asked to fail.
+#define KESTRAVINE_MOCK(name)                             \
+  template <typename... Args>                             \
+  auto name(Args... args)->decltype(::name(args...)) {    \
+    return detail::failing(#name) ? -1 : ::name(args...); \
+  }
+KESTRAVINE_MOCK(mkdirat)
+KESTRAVINE_MOCK(fstatat)
+KESTRAVINE_MOCK(flock)
+KESTRAVINE_MOCK(unlinkat)
+KESTRAVINE_MOCK(socket)
+KESTRAVINE_MOCK(bind)
+KESTRAVINE_MOCK(listen)
+KESTRAVINE_MOCK(connect)
+KESTRAVINE_MOCK(send)
+KESTRAVINE_MOCK(poll)
+KESTRAVINE_MOCK(read)
+KESTRAVINE_MOCK(fcntl)
+#undef KESTRAVINE_MOCK
+
+// These also keep the path a descriptor was opened by, for alterFstat().
 int open(const char* path, int flags, mode_t mode = 0);
 int openat(int dirfd, const char* path, int flags, mode_t mode = 0);
 int fstat(int fd, struct stat* info);
-int fstatat(int dirfd, const char* path, struct stat* info, int flags);
-int flock(int fd, int operation);
-int unlinkat(int dirfd, const char* path, int flags);
-int socket(int domain, int type, int protocol);
-int bind(int fd, const sockaddr* address, socklen_t length);
-int listen(int fd, int backlog);
-int connect(int fd, const sockaddr* address, socklen_t length);
-ssize_t send(int fd, const void* bytes, std::size_t length, int flags);
-int poll(pollfd* fds, nfds_t count, int timeoutMs);
-ssize_t read(int fd, void* bytes, std::size_t length);
-int fcntl(int fd, int command, int argument = 0);
-int isatty(int fd);
-uid_t getuid();
+int isatty(int fd);  // 0 when failing, as the system's
+uid_t getuid();      // counted only
 
 }  // namespace kestravine::mock
