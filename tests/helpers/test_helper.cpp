@@ -86,41 +86,9 @@ void start(char disposition, const std::string& shape) {
   for (;;) pause();
 }
 
-// Listens on `address` ("127.0.0.1", "::", "::ffff:127.0.0.1"; "::/v6only" for an IPv6-only
-// socket) at a port the system picks, prints "port <n> pid <self>" and waits for good.
-[[noreturn]] void listenOn(std::string address) {
-  const bool v6only = address.ends_with("/v6only");
-  if (v6only) address.resize(address.size() - 7);
-  sockaddr_storage storage{};
-  socklen_t size = 0;
-  auto* v4 = reinterpret_cast<sockaddr_in*>(&storage);
-  auto* v6 = reinterpret_cast<sockaddr_in6*>(&storage);
-  if (inet_pton(AF_INET, address.c_str(), &v4->sin_addr) == 1) {
-    v4->sin_family = AF_INET;
-    size = sizeof *v4;
-  } else if (inet_pton(AF_INET6, address.c_str(), &v6->sin6_addr) == 1) {
-    v6->sin6_family = AF_INET6;
-    size = sizeof *v6;
-  } else {
-    _exit(64);
-  }
-  const int fd = socket(storage.ss_family, SOCK_STREAM, 0);
-  const int only = v6only ? 1 : 0;
-  if (storage.ss_family == AF_INET6) setsockopt(fd, IPPROTO_IPV6, IPV6_V6ONLY, &only, sizeof only);
-  auto* any = reinterpret_cast<sockaddr*>(&storage);
-  if (fd < 0 || bind(fd, any, size) != 0 || listen(fd, 8) != 0 || getsockname(fd, any, &size) != 0)
-    _exit(70);
-  const int port = ntohs(storage.ss_family == AF_INET ? v4->sin_port : v6->sin6_port);
-  std::printf("port %d pid %d\n", port, getpid());
-  std::fflush(stdout);
-  for (;;) pause();
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
-  // "listen <address> [words a test puts on the command line]"
-  if (argc > 2 && argv[1] == std::string("listen")) listenOn(argv[2]);
   if (argc > 2 && argv[1] == std::string("tree") && argv[2][0] != 0 && argv[2][1] == 0)
     tree(argv[2][0], argc > 3 ? argv[3] : "");
   return 64;

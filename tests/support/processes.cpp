@@ -1,15 +1,12 @@
 #include "support/processes.h"
 
 #include <fcntl.h>
-#include <pwd.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <random>
-#include <set>
-#include <sstream>
+#include <memory>
 #include <thread>
 
 #include "support/test_platform.h"
@@ -87,21 +84,11 @@ std::string waitForNoMarkedProcess() {
 }
 
 uid_t unusedUid() {
-  std::set<uid_t> taken;
-  for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
-    std::ifstream status(entry.path() / "status");
-    for (std::string line; std::getline(status, line);) {
-      if (!line.starts_with("Uid:")) continue;
-      std::istringstream ids(line.substr(4));
-      for (uid_t id; ids >> id;) taken.insert(id);
-    }
-  }
-  std::mt19937 random(std::random_device{}());
-  for (int tries = 0; tries < 200; ++tries) {
-    const uid_t uid = 61000 + static_cast<uid_t>(random() % 4000);
-    if (!taken.contains(uid) && getpwuid(uid) == nullptr) return uid;
-  }
-  return 0;
+  // The same choice as the shell tests'.
+  const std::unique_ptr<FILE, int (*)(FILE*)> chosen(popen("bash '" UNUSED_UID_SCRIPT "'", "r"),
+                                                     pclose);
+  unsigned uid = 0;
+  return chosen && std::fscanf(chosen.get(), "%u", &uid) == 1 ? uid : 0;
 }
 
 }  // namespace kestravine::testing
