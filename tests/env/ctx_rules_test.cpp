@@ -58,13 +58,5 @@ TEST(ResourceDir, SharedDirectoryBesideBinElseTheBundlesResources) {
   EXPECT_TRUE(std::filesystem::is_directory(resources));
 }
 
-TEST(Switches, OnlyExactlyOneSwitchesOn) {
-  const std::pair<const char*, bool> table[] = {{"1", true},    {"01", false}, {"true", false},
-                                                {"yes", false}, {" 1", false}, {"", false}};
-  for (const auto& [value, on] : table)
-    EXPECT_EQ(ctx_rules::switchedOn({{"S", value}}, "S"), on) << value;
-  EXPECT_FALSE(ctx_rules::switchedOn({{"T", "1"}}, "S"));
-}
-
 }  // namespace
 }  // namespace kestravine

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "text/plain.h"
 #include "text/line_splitter.h"
+#include "text/plain.h"
 
 namespace {
 

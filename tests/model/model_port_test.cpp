@@ -36,36 +36,25 @@ std::string strangerRefusal() {
 
 // A page answering on the product's port that the product did not serve is never opened: the
 // step ends at once with a text that names the program, after an install as after a service
-// start.
+// start. A stranger already holding the port fails the check before the service start runs: no
+// start that could not bind, no probing for 90 s.
 TEST_F(ModelTest, NeverOpensAPageAnotherProgramServesOnThePort) {
-  server::serve([](int) { return 200; });
-  playAStranger();
-  start(true, "exit 0");
-  ASSERT_TRUE(runToEnd());
-  EXPECT_EQ(model->phase(), Phase::failed);
-  EXPECT_EQ(model->failure(), strangerRefusal());
-  EXPECT_FALSE(model->canCancel());
-  EXPECT_EQ(server::requests(), 1);
-  settle();
-  EXPECT_EQ(opened(), 0);
-  EXPECT_EQ(quits(), 0);
-}
-
-// A stranger already holding the port fails the check at once: no service start that could not
-// bind, no probing for 90 s.
-TEST_F(ModelTest, AStrangerOnThePortFailsTheServiceStartBeforeItRuns) {
-  server::serve([](int) { return 200; });
-  installProduct("touch '" + record() + "/started'");
-  playAStranger();
-  model->check();
-  EXPECT_EQ(model->headline(), "Varnholt已经在这台电脑上了");
-  EXPECT_EQ(model->phase(), Phase::failed);
-  EXPECT_EQ(model->failure(), strangerRefusal());
-  EXPECT_FALSE(model->canCancel());
-  settle();
-  EXPECT_FALSE(std::filesystem::exists(record() + "/started"));
-  EXPECT_EQ(server::requests(), 0);
-  EXPECT_EQ(opened(), 0);
+  for (bool install : {true, false}) {
+    fresh();
+    server::serve([](int) { return 200; });
+    playAStranger();
+    if (install) start(true, "exit 0");
+    if (!install) installProduct("touch '" + record() + "/started'");
+    if (!install) model->check();
+    ASSERT_TRUE(runToEnd());
+    EXPECT_EQ(model->failure(), strangerRefusal());
+    EXPECT_FALSE(model->canCancel());
+    EXPECT_EQ(server::requests(), install ? 1 : 0);
+    EXPECT_FALSE(std::filesystem::exists(record() + "/started"));
+    settle();
+    EXPECT_EQ(opened(), 0);
+    EXPECT_EQ(quits(), 0);
+  }
 }
 
 // Nobody else may hold the base port (5199) here: the entry runs in a network of its own where

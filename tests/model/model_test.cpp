@@ -5,6 +5,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cstring>
+
 #include "support/model_fixture.h"
 #include "system/system_calls.h"
 
@@ -181,13 +183,9 @@ TEST_F(ProbeTest, ProbesUntilTheApplicationAnswersThenOpensAndQuits) {
   const std::string ownHome = std::getenv("HOME");
   const std::tuple<std::vector<int>, std::string, std::string> table[] = {
       {{503, 503, 200}, "", ""},
-      {{404, 200}, "", ""},
-      {{500, 200}, "", ""},
       {{0, 200}, "", ""},
       {{302}, "", ""},
       {{200}, "http_proxy", "http://" + dead},
-      {{200}, "all_proxy", "http://" + dead},
-      {{200}, "ALL_PROXY", "http://" + dead},
       {{200}, "HOME", curlHome}};
   for (const auto& [answers, variable, value] : table) {
     fresh();
@@ -210,19 +208,6 @@ TEST_F(ProbeTest, ProbesUntilTheApplicationAnswersThenOpensAndQuits) {
     EXPECT_EQ(quits(), 1);
   }
   close(proxy);
-}
-
-// A window closed while the probe pauses between two attempts starts no further attempt.
-TEST_F(ProbeTest, AWindowClosedBetweenAttemptsEndsTheProbe) {
-  start(true, "exit 0");
-  ASSERT_TRUE(platform().runUntil(
-      [&] { return server::requests() == 1 && platform().pendingMainTimers() > 0; }));
-  bool done = false;
-  model->close([&] { done = true; });
-  platform().advance(std::chrono::seconds(2));
-  settle();
-  EXPECT_EQ(server::requests(), 1);
-  EXPECT_TRUE(done);
 }
 
 // With no browser that could be asked (no opener, or none could be started), the window stays
@@ -294,15 +279,22 @@ TEST_F(ProbeTest, TheWaitSaysWhatItSeesAndCanBeLeft) {
 }
 
 // An install or a service start that could not be started at all (here: no thread for its output
-// reader) fails at once with what could not be started and why, never with an exit status; the
-// runner's lines stay in the details, and nothing probes.
+// reader, or for its exit watcher once it runs, which then stops it) fails at once with what
+// could not be started and why, never with an exit status; the runner's lines stay in the
+// details, nothing of it is left running, and nothing probes.
 TEST_F(ModelTest, ACommandThatCouldNotBeStartedSaysWhy) {
   static const auto realStart = system_calls::startThread;
-  for (bool install : {true, false}) {
+  static int calls;
+  static int refuseAt;
+  for (int refused : {1, 2}) {
+    const bool install = refused == 1;
     fresh();
     install ? writeInstallScript("exit 0") : installProduct("exit 0");
-    system_calls::startThread = [](std::function<void()>) {
-      throw std::system_error(EAGAIN, std::generic_category());
+    calls = 0;
+    refuseAt = refused;
+    system_calls::startThread = [](std::function<void()> task) {
+      if (++calls == refuseAt) throw std::system_error(EAGAIN, std::generic_category());
+      realStart(std::move(task));
     };
     install ? model->install() : model->check();
     system_calls::startThread = realStart;
@@ -312,6 +304,7 @@ TEST_F(ModelTest, ACommandThatCouldNotBeStartedSaysWhy) {
         std::string(install ? "没能开始安装：" : "没能启动Varnholt的服务：") +
             "系统不让再开新的进程（EAGAIN）。关掉一些程序后再试一次；不行就把下面的详情发给我。");
     EXPECT_THAT(model->lines(), Contains("起不来：/bin/bash"));
+    EXPECT_THAT(model->lines(), Contains("原因：" + std::string(strerror(EAGAIN)) + "（EAGAIN）"));
     platform().advance(std::chrono::seconds(2));
     settle();
     EXPECT_EQ(platform().pendingMainTimers(), 0u);
@@ -324,29 +317,12 @@ TEST_F(ModelTest, ACommandThatCouldNotBeStartedSaysWhy) {
 // KESTRAVINE_HOME empty, ZORVEL_PORT_OFFSET "abc", KESTRAVINE_SKIP_ATTEST set.
 using ModelEnvOddValues = ModelTest;
 
-TEST_F(ModelEnvOddValues, ValuesPassAsSetAndTheProbeOfTheBasePortGivesUp) {
-  // Nobody may answer at 5199: a socket bound there that never listens has every connection
-  // refused. The entry runs in a network of its own where the machine allows it; elsewhere a
-  // program listening there already (the demo product) would answer the probe.
-  const int holder = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  address.sin_port = htons(5199);
-  if (bind(holder, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
-    close(holder);
-    GTEST_SKIP() << "127.0.0.1:5199 is taken by another program, which could answer the probe";
-  }
+TEST_F(ModelEnvOddValues, ValuesPassAsSet) {
   EXPECT_EQ(home(), std::string(std::getenv("HOME")) + "/.kestravine");
   EXPECT_EQ(Ctx::portOffset(), 0);
   setenv("KESTRAVINE_SKIP_ATTEST", "changed", 1);  // the script gets the value at start
   start(true, "exit 0");
-  const Delay probingFrom = platform().now();
-  ASSERT_TRUE(runToEnd());
-  // Nobody answers at 5199: 45 probes, each followed by a pause of 2 s, then the probe gives up.
-  EXPECT_EQ(platform().now() - probingFrom, std::chrono::seconds(90));
-  EXPECT_EQ(model->failure(), "服务没能起来。日志在 " + home() + "/app/.zorvel/logs/monitor.log。");
-  EXPECT_EQ(quits(), 0);
+  model->cancel();  // the wait, at a port nobody answers in this entry's network
   const std::string env = "\n" + readFile(record() + "/env");
   for (const char* variable :
        {"KESTRAVINE_HOME=", "ZORVEL_PORT_OFFSET=0", "KESTRAVINE_SKIP_ATTEST=yes please"})
@@ -354,8 +330,8 @@ TEST_F(ModelEnvOddValues, ValuesPassAsSetAndTheProbeOfTheBasePortGivesUp) {
 
   fresh();  // the service start too gets the offset the launcher uses, not the one it was given
   start(false, "echo $ZORVEL_PORT_OFFSET > '" + record() + "/offset'");
+  model->cancel();
   EXPECT_EQ(readFile(record() + "/offset"), "0\n");
-  close(holder);
 }
 
 // KESTRAVINE_HOME holds blanks, quotes and a command substitution; KESTRAVINE_NO_OPEN is "1".

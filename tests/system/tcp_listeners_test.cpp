@@ -3,11 +3,6 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <algorithm>
 
 namespace kestravine {
 namespace {
@@ -95,36 +90,6 @@ TEST(TcpListeners, TheMostSpecificSocketAnswersTheLoopbackAddress) {
   };
   for (const auto& [listeners, answering] : table)
     EXPECT_EQ(tcp_listeners::answeringLoopback(listeners, 80), answering) << listeners.size();
-}
-
-// Real sockets of this process, found in the system's tables by address, port, user and inode.
-TEST(TcpListeners, FindsThisProcesssRealSockets) {
-  for (const auto& [family, text] : {std::pair{AF_INET, "127.0.0.1"}, {AF_INET6, "::"}}) {
-    const int fd = ::socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    ASSERT_GE(fd, 0) << text;
-    sockaddr_storage address{};
-    socklen_t size = family == AF_INET ? sizeof(sockaddr_in) : sizeof(sockaddr_in6);
-    address.ss_family = static_cast<sa_family_t>(family);
-    if (family == AF_INET)
-      reinterpret_cast<sockaddr_in&>(address).sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    auto* any = reinterpret_cast<sockaddr*>(&address);
-    ASSERT_EQ(::bind(fd, any, size), 0) << text;
-    ASSERT_EQ(::listen(fd, 1), 0);
-    ASSERT_EQ(::getsockname(fd, any, &size), 0);
-    const int port = ntohs(family == AF_INET ? reinterpret_cast<sockaddr_in&>(address).sin_port
-                                             : reinterpret_cast<sockaddr_in6&>(address).sin6_port);
-    struct stat st {};
-    ASSERT_EQ(::fstat(fd, &st), 0);
-    const auto all = tcp_listeners::read();
-    const auto found = std::find_if(all.begin(), all.end(),
-                                    [&](const Listener& l) { return l.inode == st.st_ino; });
-    ASSERT_NE(found, all.end()) << text;
-    EXPECT_EQ(found->port, port);
-    EXPECT_EQ(found->uid, ::geteuid());
-    EXPECT_EQ(found->addressText(), text);
-    EXPECT_EQ(found->ipv6, family == AF_INET6);
-    ::close(fd);
-  }
 }
 
 }  // namespace
