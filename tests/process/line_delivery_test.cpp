@@ -20,21 +20,6 @@ LineBatch batchOf(const std::vector<std::string>& lines) {
   return batch;
 }
 
-// Lines arrive on the main queue whole and in order, batch after batch; a posted batch is
-// emptied, and an empty one queues nothing.
-TEST(LineDelivery, DeliversEveryLineInOrder) {
-  std::vector<std::string> got;
-  auto delivery = LineDelivery::create([&](std::string line) { got.push_back(std::move(line)); });
-  const std::vector<std::vector<std::string>> batches = {{"a", "bc", ""}, {}, {"安装", "d"}};
-  for (const auto& lines : batches) {
-    LineBatch batch = batchOf(lines);
-    delivery->post(batch);
-    EXPECT_TRUE(batch.ends.empty() && batch.text.empty());
-  }
-  ASSERT_TRUE(platform().runUntil([&] { return got.size() == 5; }));
-  EXPECT_EQ(got, (std::vector<std::string>{"a", "bc", "", "安装", "d"}));
-}
-
 // One delivery holds the main thread for a few milliseconds at most: with lines that take a
 // millisecond each, what was queued meanwhile runs before the fourth.
 TEST(LineDelivery, YieldsTheMainThreadAfterEachSlice) {

@@ -24,20 +24,5 @@ TEST(StepMark, IsCarriedOnlyAsAWholeEntry) {
     EXPECT_EQ(mark.carriedBy(environment), carried) << environment;
 }
 
-// A step of any launcher for the same home, whatever its token; never one of another home, also
-// when that home's path starts with this one's.
-TEST(StepMark, TellsTheHomeOfTheStep) {
-  const std::pair<std::string, bool> table[] = {
-      {"A=1\0KESTRAVINE_STEP=9-3-cd\0KESTRAVINE_STEP_HOME=/h\0"s, true},
-      {"KESTRAVINE_STEP_HOME=/h"s, true},
-      {"KESTRAVINE_STEP_HOME=/h2\0"s, false},
-      {"KESTRAVINE_STEP_HOME=/h/\0"s, false},
-      {"KESTRAVINE_HOME=/h\0"s, false},
-      {"X=KESTRAVINE_STEP_HOME=/h\0"s, false},
-  };
-  for (const auto& [environment, ofHome] : table)
-    EXPECT_EQ(StepMark::ofHome(environment, "/h"), ofHome) << environment;
-}
-
 }  // namespace
 }  // namespace kestravine
