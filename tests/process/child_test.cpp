@@ -49,23 +49,17 @@ struct Command {
     return platform().runUntil(
         [&] { return got->lines.size() >= lines && (!exit || !got->exits.empty()); });
   }
-  // The ports the detached servers of a helper tree listen on ("port N").
-  std::vector<int> ports() const {
-    std::vector<int> ports;
+  // The numbers of a helper tree's lines that start with `word`: "port N" (a detached server's
+  // port) or "pid N d" (a process of disposition d, or of any with `disposition` 0).
+  std::vector<int> numbers(const std::string& word, char disposition = 0) const {
+    std::vector<int> found;
     for (const auto& line : got->lines) {
-      if (line.starts_with("port ")) ports.push_back(std::atoi(&line[5]));
+      if (line.starts_with(word + " ") && (disposition == 0 || line.back() == disposition))
+        found.push_back(std::atoi(&line[word.size() + 1]));
     }
-    return ports;
+    return found;
   }
-  // The pids a helper tree printed ("pid N d"), of one disposition or of all.
-  std::vector<pid_t> pids(char disposition = 0) const {
-    std::vector<pid_t> pids;
-    for (const auto& line : got->lines) {
-      if (line.starts_with("pid ") && (disposition == 0 || line.back() == disposition))
-        pids.push_back(std::atoi(&line[4]));
-    }
-    return pids;
-  }
+  std::vector<pid_t> pids(char disposition = 0) const { return numbers("pid", disposition); }
   std::unique_ptr<Child> child = std::make_unique<Child>();
   std::shared_ptr<Got> got = std::make_shared<Got>();
 };
@@ -221,7 +215,7 @@ TEST(ChildCancel, StopsEverythingTheCommandStartedDetachedServersIncluded) {
     EXPECT_THAT(run.got->exits, ElementsAre(status)) << disposition << shape;
     EXPECT_TRUE(waitForNoMarkedProcess().empty()) << disposition << shape;
     // A process lets go of its memory, and with it of its mark, just before its descriptors.
-    for (int port : run.ports())
+    for (int port : run.numbers("port"))
       EXPECT_TRUE(eventually([&] { return portIsFree(port); })) << disposition << shape;
   }
 }
