@@ -49,12 +49,16 @@ void Child::start(const std::string& program, const std::vector<std::string>& ar
       // Each thread's task hands its holds on to the call, keeping no copy of its own: the count
       // of reports on their way must drop with the last post to the main queue, never later on
       // this thread.
+      auto progress = std::make_shared<OutputProgress>(spawned.output.get());
       system_calls::startThread([output = std::make_shared<UniqueFd>(std::move(spawned.output)),
-                                 delivery, inFlight]() mutable {
-        readOutput(std::move(*output), std::move(delivery), std::move(inFlight));
+                                 delivery, inFlight, progress]() mutable {
+        readOutput(std::move(*output), std::move(delivery), std::move(inFlight),
+                   std::move(progress));
       });
-      system_calls::startThread([proc = proc_, onExit, inFlight = std::move(inFlight)]() mutable {
-        CommandProcess::watchExit(std::move(proc), std::move(onExit), std::move(inFlight));
+      system_calls::startThread([proc = proc_, onExit, inFlight = std::move(inFlight),
+                                 progress = std::move(progress)]() mutable {
+        CommandProcess::watchExit(std::move(proc), std::move(onExit), std::move(inFlight),
+                                  std::move(progress));
       });
       std::lock_guard lock(lock_);
       runningFlag_ = true;

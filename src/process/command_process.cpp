@@ -72,7 +72,8 @@ std::vector<ProcessIdentity> CommandProcess::signalTree(int signal) const {
 
 void CommandProcess::watchExit(std::shared_ptr<CommandProcess> self,
                                std::function<void(std::int32_t)> onExit,
-                               std::shared_ptr<ReportsInFlight> inFlight) {
+                               std::shared_ptr<ReportsInFlight> inFlight,
+                               std::shared_ptr<OutputProgress> output) {
   // Wait without reaping first, then reap under the lock, so the pid stays ours until then.
   system_calls::awaitExit(self->pid_);
   std::int32_t status = 0;
@@ -81,6 +82,7 @@ void CommandProcess::watchExit(std::shared_ptr<CommandProcess> self,
     status = waitForExit(self->pid_);
     self->reaped_ = true;
   }
+  output->awaitWrittenSoFar();  // the main queue keeps order: the lines come first
   platform().post(
       [onExit = std::move(onExit), status, inFlight = std::move(inFlight)] { onExit(status); });
 }

@@ -9,6 +9,7 @@
 #include <optional>
 #include <vector>
 
+#include "process/output_progress.h"
 #include "process/process_identity.h"
 #include "process/reports_in_flight.h"
 #include "process/step_mark.h"
@@ -48,10 +49,11 @@ class CommandProcess {
 
   // The exit watcher's thread: waits for the command's end, reaps it, and posts its status (exit
   // code, or the number of the ending signal) to `onExit` on the main queue, with its hold on
-  // `inFlight`.
+  // `inFlight`, behind the lines of all it wrote before it ended (`output`).
   static void watchExit(std::shared_ptr<CommandProcess> self,
                         std::function<void(std::int32_t)> onExit,
-                        std::shared_ptr<ReportsInFlight> inFlight);
+                        std::shared_ptr<ReportsInFlight> inFlight,
+                        std::shared_ptr<OutputProgress> output);
 
  private:
   // The command carries the mark too, but is signalled last and by its pid, which stays its own

@@ -64,8 +64,9 @@ struct Command {
   std::shared_ptr<Got> got = std::make_shared<Got>();
 };
 
-// A shell line prints its extra argument as a printf format, then ends. After the end the child
-// stays "running", and a cancel signals nothing and leaves nothing due.
+// A shell line prints its extra argument as a printf format, then ends; its lines come before its
+// exit. After the end the child stays "running", and a cancel signals nothing and leaves nothing
+// due.
 TEST(Child, DeliversCleanedNonEmptyLinesAndTheExitStatus) {
   const std::string cut = std::string(16384, 'x') + "\u2026";  // marked, the rest dropped
   const std::tuple<std::string, std::string, Lines, std::int32_t> table[] = {
@@ -84,6 +85,8 @@ TEST(Child, DeliversCleanedNonEmptyLinesAndTheExitStatus) {
     ASSERT_TRUE(run.waitFor(expected.size()));
     EXPECT_EQ(run.got->lines, expected);
     EXPECT_THAT(run.got->exits, ElementsAre(status)) << end;
+    // Every line written before the exit comes before it; a background process's, after.
+    if (end.find('&') == std::string::npos) EXPECT_EQ(run.got->linesAtExit, expected.size()) << end;
     EXPECT_TRUE(run.child->isRunning());
     ASSERT_TRUE(waitForNoMarkedProcess().empty());  // nothing carries the command's mark now
     const std::size_t timers = platform().pendingTimers();
