@@ -121,13 +121,15 @@ class Terminal:
                 for part in SGR.sub("", self.text()).split("\r\x1b[K")[1:] if part.strip()]
 
 
-# A server for the product, started by the install in the product home.
-SERVE = ("cd \"$KESTRAVINE_HOME/app\" && setsid python3 -c 'import http.server,sys\n"
+# A server for the product, started by the install in the product home. It notes its own pid
+# before it answers: setsid may fork, so that "$!" names a process that has already gone.
+SERVE = ("cd \"$KESTRAVINE_HOME/app\" && setsid python3 -c 'import http.server,os,sys\n"
+         "open(sys.argv[2], \"w\").write(str(os.getpid()))\n"
          "class H(http.server.BaseHTTPRequestHandler):\n"
          "  def do_GET(s): s.send_response(200); s.end_headers()\n"
          "  def log_message(s,*a): pass\n"
          "http.server.HTTPServer((\"127.0.0.1\",5199+int(sys.argv[1])),H).serve_forever()' "
-         "\"$ZORVEL_PORT_OFFSET\" </dev/null >/dev/null 2>&1 & echo $! >\"$KESTRAVINE_HOME/server.pid\"\n")
+         "\"$ZORVEL_PORT_OFFSET\" \"$KESTRAVINE_HOME/server.pid\" </dev/null >/dev/null 2>&1 &\n")
 
 
 def stop_server(home):
