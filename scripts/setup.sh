@@ -4,7 +4,7 @@
 set -euo pipefail
 
 packages=(
-  g++ clang libclang-rt-14-dev cmake ninja-build pkg-config dpkg-dev
+  g++ clang libclang-rt-14-dev lld cmake ninja-build pkg-config dpkg-dev
   libicu-dev nlohmann-json3-dev python3-fonttools googletest libgtest-dev libgmock-dev libcpp-httplib-dev
   qt6-base-dev libgl-dev libfontconfig-dev
   curl procps bash iproute2
