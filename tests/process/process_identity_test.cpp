@@ -50,7 +50,9 @@ TEST(ProcessIdentity, SignalsOnlyTheSameProcess) {
       EXPECT_FALSE((ProcessIdentity{sleeper.pid, startTime, getpid()}.signal(SIGKILL)));
     }
     EXPECT_EQ(waitpid(sleeper.pid, nullptr, WNOHANG), 0) << denied;  // still running
-    EXPECT_TRUE(identity->signal(SIGKILL)) << denied;
+    const bool signalled = identity->signal(SIGKILL);
+    if (!signalled) ::kill(sleeper.pid, SIGKILL);  // a failure must not wait on it for good
+    EXPECT_TRUE(signalled) << denied;
     EXPECT_EQ(waitForExit(sleeper.pid), SIGKILL);
     EXPECT_FALSE(identity->signal(SIGKILL)) << denied;  // reaped: nobody has it
     EXPECT_FALSE(ProcessIdentity::of(sleeper.pid).has_value());
