@@ -244,6 +244,19 @@ TEST_F(ContentViewTest, TheUpdateOfferNamesBothVersionsAndKeepsTheInstalledOneAt
   EXPECT_EQ(view->model().phase(), Phase::working);
 }
 
+// The product answers while its start command runs: once the page has opened, nothing is left
+// to cancel, and the cancel button goes.
+TEST_F(ContentViewTest, OnceThePageHasOpenedNothingIsLeftToCancel) {
+  server::serve([](int) { return 200; });
+  const std::string gate = record() + "/gate";
+  ASSERT_EQ(mkfifo(gate.c_str(), 0600), 0);
+  installProduct("read -r _ < '" + gate + "'");
+  view->show();
+  ASSERT_TRUE(waitFor([&] { return texts<QLabel>().contains("打开了。"); }));
+  EXPECT_EQ(texts<QPushButton>(), Texts{});
+  writeFile(gate, "go\n");
+}
+
 TEST_F(ContentViewTest, AStatusOfManyLinesKeepsToTwoBesideTheCancel) {
   showWithScript("for i in $(seq 200); do printf '状态 '; done; echo; exec sleep 1000")->click();
   // The view renders at its own pace after the model's change: wait for what it shows.
