@@ -42,11 +42,15 @@ unset DISPLAY WAYLAND_DISPLAY QT_QPA_PLATFORM XDG_SESSION_TYPE
 # The stub records when it was forked (clock ticks since boot, field 22 of its stat line), not
 # when it got to run: the launcher starts its 0.8 s only after the stub's exec, so that moment
 # comes before it however late a busy machine lets the stub run. It also notes whether it got
-# descriptor 7, which the launcher inherited from whoever started it.
+# descriptor 7, which the launcher inherited from whoever started it, and whether the launcher
+# (its parent) still holds that descriptor open across exec, where whatever the toolkit starts
+# would get it.
 cat >"$bin/xdg-open" <<STUB
 #!/bin/sh
 url=\$1
 if [ -e /proc/\$\$/fd/7 ]; then echo "descriptor 7" >>'$scratch/inherited'; fi
+flags=\$(sed -n 's/^flags:[[:space:]]*//p' /proc/\$PPID/fdinfo/7)
+if [ \$(( 0\$flags & 02000000 )) -eq 0 ]; then echo "the launcher's 7 without close-on-exec" >>'$scratch/inherited'; fi
 read -r stat </proc/\$\$/stat
 set -- \${stat##*) }
 shift 19
