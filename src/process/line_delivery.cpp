@@ -16,13 +16,20 @@ void LineDelivery::post(LineBatch& batch) {
   bool schedule = false;
   {
     std::unique_lock lock(mutex_);
+    ++held_;
     room_.wait(lock, [&] { return pending_ <= kMaxPendingBytes; });
+    --held_;
     pending_ += bytes;
     batches_.push_back({std::move(batch), bytes});
     schedule = !std::exchange(scheduled_, true);
   }
   batch = {};
   if (schedule) platform().post([self = shared_from_this()] { self->deliver(); });
+}
+
+std::size_t LineDelivery::held() const {
+  std::lock_guard lock(mutex_);
+  return held_;
 }
 
 void LineDelivery::deliver() {

@@ -29,7 +29,8 @@ struct LineBatch {
 // queues itself again behind whatever else waits (an exit report, a timer), so a flood never
 // holds the main thread for long.
 //
-// Threading: post() on the reader thread; `onLine` runs on the main queue. Shared by the two.
+// Threading: post() on the reader thread; `onLine` runs on the main queue; held() anywhere.
+// Shared by the two.
 class LineDelivery : public std::enable_shared_from_this<LineDelivery> {
  public:
   static constexpr std::size_t kMaxPendingBytes = 1 << 20;  // text plus kLineOverhead a line
@@ -40,6 +41,8 @@ class LineDelivery : public std::enable_shared_from_this<LineDelivery> {
 
   // Queues the lines of `batch` (and empties it); blocks while too much waits already.
   void post(LineBatch& batch);
+  // How many posts are blocked now, waiting for room.
+  std::size_t held() const;
 
  private:
   struct Pending {
@@ -51,9 +54,10 @@ class LineDelivery : public std::enable_shared_from_this<LineDelivery> {
   void deliver();
 
   std::function<void(std::string)> onLine_;
-  std::mutex mutex_;
+  mutable std::mutex mutex_;
   std::condition_variable room_;
   std::size_t pending_ = 0;      // guarded by mutex_
+  std::size_t held_ = 0;         // guarded by mutex_
   std::deque<Pending> batches_;  // guarded by mutex_
   bool scheduled_ = false;       // guarded by mutex_: a delivery task is queued or running
   Pending current_;              // main thread only: the batch being delivered

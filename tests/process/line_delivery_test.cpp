@@ -52,6 +52,9 @@ TEST(LineDelivery, HoldsTheReaderWhileTooMuchWaits) {
     taken = true;
     platform().post([] {});  // wakes the main thread's wait for `taken`, which nothing else does
   });
+  // The main thread takes no line off until the reader is held or has got through.
+  while (delivery->held() == 0 && !taken) std::this_thread::yield();
+  EXPECT_FALSE(taken);
   ASSERT_TRUE(platform().runUntil([&] { return taken && delivered == big.size() + 1; }));
   reader.join();
   EXPECT_GE(deliveredWhenTaken, big.size());
