@@ -38,7 +38,7 @@ changelog_version=$(zcat "$root/$doc/changelog.gz" | dpkg-parsechangelog -l - -S
   { echo "the changelog is at $changelog_version, the package at $version"; exit 1; }
 grep -qF "<release version=\"$version\"" "$root/share/metainfo/kestravine-launcher.metainfo.xml" ||
   { echo "the metainfo has no release $version"; exit 1; }
-zcat "$root/share/man/man1/kestravine-launcher.1.gz" | grep -q "^\.TH .*\"kestravine-launcher $version\"" ||
+zcat "$root/share/man/man1/kestravine-launcher.1.gz" | grep "^\.TH .*\"kestravine-launcher $version\"" >/dev/null ||
   { echo "the manual page is not for version $version"; exit 1; }
 [[ $(env -i "$root/bin/kestravine-launcher" --version) == "kestravine-launcher $version" ]] ||
   { echo "the installed launcher does not give the version $version"; exit 1; }
