@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <future>
 
 #include "support/held_port.h"
 #include "support/model_fixture.h"
@@ -226,9 +227,13 @@ TEST_F(ProbeTest, TheWaitSaysWhatItSeesAndCanBeLeft) {
   ASSERT_EQ(mkfifo(gate.c_str(), 0600), 0);
   installProduct("echo starting; read -r _ < '" + gate + "'; setsid sleep 1000 </dev/null " +
                  ">/dev/null 2>&1 & echo $! > '" + record() + "/left'");
+  // The probe beside the start is answered only once the start has spoken.
+  std::promise<void> answer;
+  server::serve([spoken = answer.get_future().share()](int) { return spoken.wait(), 503; });
   model->check();
-  ASSERT_TRUE(
-      platform().runUntil([&] { return server::requests() > 0 && model->status() == "starting"; }));
+  ASSERT_TRUE(platform().runUntil([&] { return model->status() == "starting"; }));
+  answer.set_value();
+  ASSERT_TRUE(platform().runUntil([&] { return server::requests() > 0; }));
   settle(1);
   EXPECT_EQ(model->status(), "starting");
   writeFile(gate, "go\n");

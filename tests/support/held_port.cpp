@@ -44,6 +44,7 @@ void HeldPort::hangUp() {
 
 void HeldPort::serve() {
   for (int c; (c = accept(fd_, nullptr, nullptr)) >= 0; close(c)) {
+    ++taken_;
     const int status = status_;
     char request[4096];
     if (status == 0 || read(c, request, sizeof request) <= 0) continue;

@@ -26,6 +26,8 @@ class HeldPort {
   void answer(int status);
   // From now on every connection is closed as soon as it is taken.
   void hangUp();
+  // How many connections were taken since answer() or hangUp().
+  int taken() const { return taken_; }
 
  private:
   void serve();
@@ -35,6 +37,7 @@ class HeldPort {
   bool bound_ = false;
   bool listening_ = false;
   std::atomic<int> status_{0};  // 0: hang up
+  std::atomic<int> taken_{0};
   std::thread answering_;
 };
 
