@@ -170,6 +170,8 @@ t.send(b"\r")
 check(t.expect(r"按回车键再试一次[^\n]*\r\n(.|\n)*按回车键安装并打开"), "Return retries")
 t.send(b"q")
 check(t.status() == 0, "q leaves")
+lflag = termios.tcgetattr(t.fd)[3]  # the pseudo-terminal's, seen from its master side
+check(lflag & termios.ICANON and lflag & termios.ECHO, "the terminal's settings come back")
 
 # 3. A failure and its details, whole.
 home = os.path.join(scratch, "home-fail")
