@@ -152,7 +152,9 @@ stop_server(home)
 
 # 2. Ctrl-C cancels the running install with its whole tree; Return retries; q leaves.
 home = os.path.join(scratch, "home-cancel")
-install_script("echo 开始\nsleep 4242 & wait\n")
+# A sleep of this run's own length: another run's leftovers must not count.
+sleeper = f"sleep {40000 + os.getpid() % 10000}"
+install_script(f"echo 开始\n{sleeper} & wait\n")
 t = Terminal(home)
 t.expect("按回车键安装并打开")
 t.send(b"\r")
@@ -161,7 +163,7 @@ t.send(b"\x03")
 check(t.expect("停下了。什么都没改坏，再点一次可以重来。"), "Ctrl-C cancels")
 gone = False
 for _ in range(100):
-    if subprocess.run(["pgrep", "-f", "sleep 4242"], capture_output=True).returncode != 0:
+    if subprocess.run(["pgrep", "-xf", sleeper], capture_output=True).returncode != 0:
         gone = True
         break
     time.sleep(0.1)
